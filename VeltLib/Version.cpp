@@ -1,0 +1,5 @@
+#include "VeltLib/Version.h"
+
+namespace Velt {
+const char* libraryVersion() { return "0.1"; }
+} // namespace Velt

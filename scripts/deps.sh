@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the project builds and tests with (run as root).
+set -euo pipefail
+packages=(g++ cmake ninja-build libfmt-dev libgtest-dev libgmock-dev libbenchmark-dev
+          libyaml-cpp-dev libcli11-dev nlohmann-json3-dev libpcap-dev iproute2)
+missing=()
+for p in "${packages[@]}"; do
+   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+   echo "== installing: ${missing[*]}"
+   export DEBIAN_FRONTEND=noninteractive
+   apt-get update -qq
+   apt-get install -y -qq "${missing[@]}"
+fi
