@@ -47,6 +47,7 @@ class BoundedString {
    friend std::strong_ordering operator<=>(const BoundedString& a, const BoundedString& b) {
       return a.view() <=> b.view();
    }
+   friend bool operator==(const BoundedString& a, const std::string& b) { return a.view() == b; }
    friend std::strong_ordering operator<=>(const BoundedString& a, std::string_view b) {
       return a.view() <=> b;
    }
