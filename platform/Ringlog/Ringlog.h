@@ -106,7 +106,7 @@ void write(const Site& site, const A&... args) {
    ((bytes += Arg<A>::size(args)), ...);
    bytes = (bytes + 7) & ~std::size_t{7};
    Slot s = reserve(*r, bytes);
-   std::byte* out = s.at + layout::kRecordHeaderBytes;
+   [[maybe_unused]] std::byte* out = s.at + layout::kRecordHeaderBytes;
    ((out = Arg<A>::encode(out, args)), ...);
    auto* rec = reinterpret_cast<layout::RecordHeader*>(s.at);
    rec->seq = s.seq;
