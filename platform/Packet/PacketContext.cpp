@@ -1,0 +1,1 @@
+#include "Packet/PacketContext.h"
