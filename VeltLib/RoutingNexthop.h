@@ -3,21 +3,25 @@
 // multi-next-hop resolution and multicast fan-out. NexthopConfig and ArpLookupFailAction
 // are the per-next-hop policy values.
 #pragma once
-#include "Kor/Attr.h"
+#include "Kor/Entity.h"
+#include "Kor/TypeInfo.h"
 #include "L3/VrfName.h"
 #include "Lumo/EthAddr.h"
 #include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
 #include "Lumo/IpGenPrefix.h"
 #include "Pelin/Ptr.h"
+#include "Packet/PacketContext.h"
 #include "Pelin/RingQueue.h"
 #include "Quarn/Fec.h"
+#include "Quarn/FecId.h"
+#include "Quarn/Via.h"
 #include "VeltLib/RoutingRewriteInfoTypes.h"
 
 #include <cstdint>
 #include <string_view>
 
-class PacketContext;
+
 
 namespace Velt {
 
@@ -51,7 +55,7 @@ struct NexthopConfig {
 
 class RoutingNexthops;
 
-class RoutingNexthop : public Pelin::Node {
+class RoutingNexthop : public Kor::Notifier {
  public:
    explicit RoutingNexthop(Lumo::IntfId outputIntf);
 
@@ -104,12 +108,9 @@ class RoutingNexthop : public Pelin::Node {
    void copyOifAndDstMac(const Pelin::Ptr<RoutingNexthop>& nexthop);
 
    const Kor::TypeInfo* typeData() const override;
-   Kor::Publisher* publisher() const override { return publisher_.get(); }
 
  private:
    void resetResolutionFields();
-   template <typename T>
-   void assign(T& field, const T& v, std::uint16_t attr);
 
    Lumo::IntfId outputIntf_;
    Lumo::EthAddr dstMac_;
@@ -124,7 +125,6 @@ class RoutingNexthop : public Pelin::Node {
    L3::VrfName vrf_;
    Pelin::Ptr<RewriteInfos> rewrites_;
    Pelin::Ptr<RoutingNexthops> mcastDstNexthops_;
-   Kor::PublisherSlot publisher_;
    Quarn::FibGen::Fec fec_; // last: large, mostly untouched storage
 };
 

@@ -44,3 +44,18 @@ Pelin::Ptr<RewriteInfos> RewriteInfosIs() { return Pelin::make<RewriteInfos>(); 
 Pelin::Ptr<RewriteInfos> rewriteInfosFactory() { return Pelin::make<RewriteInfos>(); }
 
 } // namespace Velt
+
+namespace Velt {
+
+const Kor::TypeInfo* RewriteInfos::typeData() const {
+   static const Kor::TypeInfo info =
+       Kor::TypeBuilder<RewriteInfos>("Velt::RewriteInfos")
+           .collection("rewriteInfo", &RewriteInfos::rewriteInfo)
+           .collection("finalCounterActionInfo", &RewriteInfos::finalCounterActionInfo)
+           .value("l2SizeChange", &RewriteInfos::l2SizeChange)
+           .value("l3SizeChange", &RewriteInfos::l3SizeChange)
+           .build();
+   return &info;
+}
+
+} // namespace Velt

@@ -2,7 +2,7 @@
 // base, the counter-action base, and RewriteInfos, the ordered list with its size and TTL
 // queries.
 #pragma once
-#include "Kor/Attr.h"
+#include "Kor/TypeInfo.h"
 #include "Pelin/Ptr.h"
 #include "Pelin/RQueue.h"
 

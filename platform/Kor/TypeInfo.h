@@ -131,6 +131,16 @@ class TypeBuilder {
       return *this;
    }
 
+   // An action given as a callable, for operations that need fixed arguments.
+   template <typename F>
+      requires std::is_invocable_v<F, T&>
+   TypeBuilder& action(std::string name, F fn) {
+      add(std::move(name), AttrKind::action).invoke = [fn](Pelin::Node& n) {
+         fn(static_cast<T&>(n));
+      };
+      return *this;
+   }
+
    TypeInfo build() { return std::move(info_); }
 
  private:
