@@ -6,6 +6,7 @@
 #pragma once
 #include "Packet/PacketContext.h"
 #include "Ringlog/Ringlog.h"
+#include "Ringlog/ValueCodecs.h"
 #include "Trace/Trace.h"
 
 namespace Trace::detail {

@@ -56,6 +56,18 @@ void Fec::secondaryViaCountIs(std::uint32_t n) {
    secondaryViaCount_ = n;
 }
 
+Via* Fec::viaStorageIs(std::uint32_t n) {
+   checkCount("viaCount", n, maxVias);
+   viaCount_ = n;
+   return &vias_[0].via;
+}
+
+Via* Fec::secondaryViaStorageIs(std::uint32_t n) {
+   checkCount("secondaryViaCount", n, maxSecondaryVias);
+   secondaryViaCount_ = n;
+   return &secondaryVias_[0].via;
+}
+
 void Fec::copyFrom(const Fec& o) {
    checkCount("viaCount", o.viaCount_, maxVias);
    checkCount("secondaryViaCount", o.secondaryViaCount_, maxSecondaryVias);

@@ -60,6 +60,11 @@ class Fec {
    void secondaryViaAppend(const Via& v);
    void secondaryViaCountIs(std::uint32_t n);
 
+   // For readers that copy vias in bulk: sets the count (bounds checked) and returns the
+   // storage to fill, leaving its contents as they are.
+   Via* viaStorageIs(std::uint32_t n);
+   Via* secondaryViaStorageIs(std::uint32_t n);
+
    static bool isEq(const Fec& a, const Fec& b);
    friend bool operator==(const Fec& a, const Fec& b) { return isEq(a, b); }
 

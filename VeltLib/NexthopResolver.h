@@ -1,0 +1,64 @@
+// The resolution driver: RoutingNexthopResolver drives a next hop through the pipeline,
+// VRF after VRF, until it is fully resolved, dropped, or a limit is reached; and resolves
+// queues of next hops, following multicast fan-out.
+#pragma once
+#include "Pipeline/GenericPipeline.h"
+#include "VeltLib/NexthopResolverTypes.h"
+#include "VeltLib/ResolverVrfRoot.h"
+
+#include <cstdint>
+
+namespace Velt {
+
+class RoutingNexthopResolver : public GenericPipeline {
+ public:
+   RoutingNexthopResolver(const Pelin::Ptr<GenericPipelineSteps>& steps,
+                          const Pelin::Ptr<NexthopResolvers>& resolvers,
+                          const Pelin::Ptr<ResolverVrfRoots>& vrfRoots);
+
+   const Pelin::Ptr<NexthopResolvers>& resolvers() const { return resolvers_; }
+   const Pelin::Ptr<ResolverVrfRoots>& vrfRoots() const { return vrfRoots_; }
+   std::uint8_t maxResolutionsInVrf() const { return maxResolutionsInVrf_; }
+   void maxResolutionsInVrfIs(std::uint8_t v);
+   std::uint8_t maxVrfJumping() const { return maxVrfJumping_; }
+   void maxVrfJumpingIs(std::uint8_t v);
+   std::uint8_t maxNhResolutionRecursionDepth() const { return maxNhResolutionRecursionDepth_; }
+   void maxNhResolutionRecursionDepthIs(std::uint8_t v);
+
+   void resolve(const Pelin::Ptr<RoutingContext>& ctx, const Pelin::Ptr<RoutingNexthop>& nexthop);
+   void resolveInVrf(const Pelin::Ptr<RoutingContext>& ctx,
+                     const Pelin::Ptr<RoutingNexthop>& nexthop);
+   bool nexthopCanBeResolved(const Pelin::Ptr<RoutingNexthop>& nexthop) const;
+   // The input next hops, and their fan-out, that ended fully resolved, in order.
+   Pelin::Ptr<RoutingNexthops> resolveNexthops(const Pelin::Ptr<RoutingContext>& ctx,
+                                               const Pelin::Ptr<RoutingNexthops>& nexthops);
+
+   Kor::Publisher* publisher() const override { return notifier_.publisher(); }
+   const Kor::TypeInfo* typeData() const override;
+
+ private:
+   Pelin::Ptr<NexthopResolvers> resolvers_;
+   Pelin::Ptr<ResolverVrfRoots> vrfRoots_;
+   std::uint8_t maxResolutionsInVrf_ = 20;
+   std::uint8_t maxVrfJumping_ = 5;
+   std::uint8_t maxNhResolutionRecursionDepth_ = 5;
+   Kor::Notifier notifier_; // publishes the limit changes
+};
+
+Pelin::Ptr<RoutingNexthopResolver>
+routingNexthopResolverFactory(const Pelin::Ptr<GenericPipelineSteps>& steps,
+                              const Pelin::Ptr<NexthopResolvers>& resolvers,
+                              const Pelin::Ptr<ResolverVrfRoots>& vrfRoots);
+Pelin::Ptr<RoutingNexthopResolver>
+RoutingNexthopResolverIs(const Pelin::Ptr<GenericPipelineSteps>& steps,
+                         const Pelin::Ptr<NexthopResolvers>& resolvers,
+                         const Pelin::Ptr<ResolverVrfRoots>& vrfRoots);
+
+// The recursive worker of resolveNexthops: resolves each next hop from `it` to the end
+// of its queue and follows fan-out while `counter` allows.
+void resolveNexthopsWork(const Pelin::Ptr<RoutingContext>& ctx,
+                         const Pelin::Ptr<RoutingNexthops>& result,
+                         RoutingNexthops::Queue::const_iterator it,
+                         const Pelin::Ptr<RoutingNexthopResolver>& resolver, int counter);
+
+} // namespace Velt

@@ -1,0 +1,90 @@
+// Quarn::FibGen::ForwardingStatus: one forwarding table (FECs by id, routes by prefix),
+// written by one writer and read without locks. It lives in a table region: process
+// memory for the embedded default, or a shared file mapped read-only by readers.
+#pragma once
+#include "Kor/Entity.h"
+#include "Lumo/IpGenAddr.h"
+#include "Lumo/IpGenPrefix.h"
+#include "Pelin/Ptr.h"
+#include "Quarn/Fec.h"
+#include "Table/ListMap.h"
+#include "Table/PrefixMap.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace Quarn::FibGen {
+
+// The fixed part of a stored FEC; the vias live in the table's lists.
+struct FecHead {
+   std::uint32_t backupViaIndex;
+   std::uint8_t fecType;
+   std::uint8_t flags;
+   bool loopbackOnly;
+   std::uint8_t pad;
+};
+
+struct RouteMatch {
+   Lumo::IpGenPrefix prefix;
+   Fib::FecId fecId;
+};
+
+class ForwardingStatus : public Kor::Notifier {
+ public:
+   struct Capacity {
+      std::uint64_t fecs = 1 << 16;
+      std::uint64_t viaPoolBytes = 16 << 20;
+      std::uint64_t routes = 1 << 16;
+   };
+   // The shortest via lists live in the record itself.
+   static constexpr std::size_t inlineVias = 4;
+   using FecTable = Table::ListMap<Fib::FecId, FecHead, Via, 2, inlineVias>;
+
+   explicit ForwardingStatus(const std::string& name);
+   ForwardingStatus(const std::string& name, const Capacity& capacity);
+   ForwardingStatus(const std::string& name, FecTable fecs, Table::PrefixMap routes);
+
+   const std::string& name() const { return name_; }
+
+   // ---- readers ----
+   // The FEC of `fecId`, or defaultFec() when absent; raises
+   // Pelin::CorruptionDetectedException when the record is found damaged.
+   Fec fec(Fib::FecId fecId) const;
+   // The empty FEC of id 0, returned for absent keys.
+   const Fec& defaultFec() const;
+   // The longest route covering `addr`, if any; may raise CorruptionDetectedException.
+   std::optional<RouteMatch> routeLookup(const Lumo::IpGenAddr& addr) const;
+   std::optional<Fib::FecId> route(const Lumo::IpGenPrefix& prefix) const;
+   // Reports a damaged table: counted, and the last message kept, for operators.
+   void doCorruptionDetected(const std::string& message) const;
+   std::uint64_t corruptionCount() const { return corruptions_.load(); }
+   std::string lastCorruption() const;
+
+   std::uint64_t fecCount() const;
+   std::uint64_t routeCount() const;
+   void forEachFec(const std::function<void(const Fec&)>& fn) const;
+   void forEachRoute(const std::function<void(const Lumo::IpGenPrefix&, Fib::FecId)>& fn) const;
+
+   // ---- the writer ----
+   void fecIs(const Fec& fec);
+   bool fecDel(Fib::FecId fecId);
+   void routeIs(const Lumo::IpGenPrefix& prefix, Fib::FecId fecId);
+   bool routeDel(const Lumo::IpGenPrefix& prefix);
+   // Tests only: leaves the record of `fecId` half-written, as a killed writer would.
+   void debugCorruptFec(Fib::FecId fecId);
+
+ private:
+   std::string name_;
+   FecTable fecs_;
+   Table::PrefixMap routes_;
+   mutable std::atomic<std::uint64_t> corruptions_{0};
+   mutable std::string lastCorruption_;
+};
+
+Table::PrefixKey prefixKey(const Lumo::IpGenPrefix& prefix);
+Table::PrefixKey hostKey(const Lumo::IpGenAddr& addr);
+
+} // namespace Quarn::FibGen
