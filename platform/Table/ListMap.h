@@ -1,7 +1,8 @@
 // Table::ListMap: a FlatMap whose records are a fixed head plus up to four variable-length
 // lists of items kept in the region's extent pool (a FEC with its vias, for instance).
 // A record with N items costs one slot read plus N item copies; no list is ever sized for
-// its bound.
+// its bound. The first list keeps up to `Inline` items in the slot itself, so the common
+// short record is read with one memory access instead of two.
 #pragma once
 #include "Table/ExtentPool.h"
 #include "Table/FlatMap.h"
@@ -15,7 +16,8 @@ namespace Table {
 [[noreturn]] void listAboveBound(const std::string& table, std::size_t list, Word bound,
                                  Word count);
 
-template <typename Key, typename Head, typename Item, std::size_t Lists = 1>
+template <typename Key, typename Head, typename Item, std::size_t Lists = 1,
+          std::size_t Inline = 0>
 class ListMap {
    static_assert(Lists >= 1 && Lists <= kMaxLists);
    static_assert(std::is_trivially_copyable_v<Head> && std::is_trivially_copyable_v<Item>);
@@ -23,6 +25,7 @@ class ListMap {
    struct Entry {
       Head head;
       ExtentRef lists[Lists];
+      std::array<Item, Inline> inlineItems; // list 0 when it is this short
    };
    using Map = FlatMap<Key, Entry>;
 
@@ -32,7 +35,7 @@ class ListMap {
 
    // Pool bytes for `records` records of `items` items each (summed over the lists).
    static Word poolBytesFor(Word records, Word items) {
-      return records * ExtentPool::footprint(items * sizeof(Item));
+      return items <= Inline ? 0 : records * ExtentPool::footprint(items * sizeof(Item));
    }
 
    static Layout layout(Word capacity, Word poolBytes, const Bounds& bounds) {
@@ -68,9 +71,15 @@ class ListMap {
             listAboveBound(map_.name(), l, bounds_[l], items[l].size());
          }
       }
-      Entry entry{head, {}};
+      Entry entry{head, {}, {}};
+      std::size_t first = 0;
+      if (items[0].size() <= Inline) {
+         std::copy(items[0].begin(), items[0].end(), entry.inlineItems.begin());
+         entry.lists[0].count = static_cast<std::uint32_t>(items[0].size());
+         first = 1;
+      }
       try {
-         for (std::size_t l = 0; l < Lists; ++l) {
+         for (std::size_t l = first; l < Lists; ++l) {
             entry.lists[l] = pool_.write(items[l].data(),
                                          static_cast<std::uint32_t>(items[l].size()),
                                          sizeof(Item));
@@ -108,6 +117,10 @@ class ListMap {
          for (std::size_t l = 0; l < Lists; ++l) {
             if (e.lists[l].count > bounds_[l]) return "list count above its bound";
             Item* dst = sink(l, e.lists[l].count);
+            if (l == 0 && e.lists[0].offset == 0 && e.lists[0].count <= Inline) {
+               std::copy_n(e.inlineItems.begin(), e.lists[0].count, dst);
+               continue;
+            }
             if (const char* problem = pool_.read(e.lists[l], dst, sizeof(Item))) {
                return problem;
             }

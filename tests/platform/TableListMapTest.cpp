@@ -18,7 +18,7 @@ struct Head {
    std::uint32_t counts[2];
 };
 
-using Lists = Table::ListMap<std::uint64_t, Head, Value, 2>;
+using Lists = Table::ListMap<std::uint64_t, Head, Value, 2, 4>; // up to 4 items inline
 const Lists::Bounds kBounds{600, 128};
 
 // A record whose items all derive from its seed, so any mix of two records shows.
@@ -106,7 +106,7 @@ TEST(TableListMap, RefusedWritesLeaveTheTableAsItWas) {
 
 TEST(TableListMap, DamagedRecordsAreCorruption) {
    Lists map(10, 1 << 20, kBounds);
-   auto rec = Record::of(1, 4, 1);
+   auto rec = Record::of(1, 5, 1);
    map.insert(1, rec.head, rec.spans());
    map.insert(2, rec.head, rec.spans());
    map.debugCorrupt(1);
@@ -115,7 +115,7 @@ TEST(TableListMap, DamagedRecordsAreCorruption) {
    const auto& h = map.region().header();
    Table::Word* pool = map.region().words(h.poolOffset);
    for (Table::Word o = 0; o < map.pool().used() / 8; ++o) {
-      if (pool[o] >> 32 == 2) pool[o] += 2; // an extent of class 2 (four items)
+      if (pool[o] >> 32 == 2) pool[o] += 2; // an extent of class 2 (five items)
    }
    EXPECT_THAT([&] { read(map, 2); },
                testing::ThrowsMessage<Pelin::CorruptionDetectedException>(
