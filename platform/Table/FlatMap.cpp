@@ -1,0 +1,15 @@
+#include "Table/FlatMap.h"
+
+namespace Table {
+
+void corruptSlot(const std::string& table, Word slot, const std::string& problem) {
+   throw Pelin::CorruptionDetectedException(
+       fmt::format("table {}: slot {} is corrupt: {}", table, slot, problem));
+}
+
+void tableFull(const std::string& table, Word capacity) {
+   throw Pelin::RangeException(
+       fmt::format("table {}: full at its capacity of {} entries", table, capacity));
+}
+
+} // namespace Table

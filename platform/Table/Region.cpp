@@ -1,0 +1,153 @@
+#include "Table/Region.h"
+
+#include "Pelin/Exception.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <bit>
+#include <cerrno>
+#include <cstring>
+#include <fmt/format.h>
+#include <utility>
+
+namespace Table {
+
+namespace {
+
+[[noreturn]] void systemError(const std::string& name, const char* what) {
+   throw Pelin::Exception(fmt::format("table file {}: {} failed: {}", name, what,
+                                      std::strerror(errno)));
+}
+
+// Closes a descriptor on every path out of a function.
+struct Fd {
+   int fd;
+   ~Fd() {
+      if (fd >= 0) ::close(fd);
+   }
+};
+
+void* mapOrThrow(const std::string& name, std::size_t bytes, int prot, int flags, int fd) {
+   void* p = ::mmap(nullptr, bytes, prot, flags, fd, 0);
+   if (p == MAP_FAILED) systemError(name, "mmap");
+   return p;
+}
+
+void expectEqual(const std::string& name, const char* field, Word found, Word expected) {
+   if (found != expected) {
+      throw Pelin::Exception(fmt::format("table file {}: {} {} differs from expected {}", name,
+                                         field, found, expected));
+   }
+}
+
+} // namespace
+
+RegionHeader Region::headerFor(const Layout& layout) {
+   RegionHeader h{};
+   h.magic = kMagic;
+   h.version = kVersion;
+   h.kind = layout.kind;
+   h.keySize = layout.keySize;
+   h.valueSize = layout.valueSize;
+   h.itemSize = layout.itemSize;
+   std::memcpy(h.listMax, layout.listMax, sizeof h.listMax);
+   h.capacity = layout.capacity;
+   // At most 80% load keeps probe chains short.
+   h.slotCount = std::bit_ceil(std::max<Word>(8, layout.capacity + layout.capacity / 4 + 1));
+   h.slotWords = layout.slotWords;
+   h.slotsOffset = wordsFor(sizeof(RegionHeader)) * 8;
+   h.poolOffset = h.slotsOffset + h.slotCount * h.slotWords * 8;
+   h.poolBytes = wordsFor(layout.poolBytes) * 8;
+   h.totalBytes = h.poolOffset + h.poolBytes;
+   return h;
+}
+
+Region::Region(std::byte* base, std::size_t bytes, bool writable, std::string name)
+    : base_(base), bytes_(bytes), writable_(writable), name_(std::move(name)) {}
+
+Region::Region(Region&& other) noexcept
+    : base_(std::exchange(other.base_, nullptr)), bytes_(std::exchange(other.bytes_, 0)),
+      writable_(other.writable_), name_(std::move(other.name_)) {}
+
+Region& Region::operator=(Region&& other) noexcept {
+   if (this != &other) {
+      this->~Region();
+      new (this) Region(std::move(other));
+   }
+   return *this;
+}
+
+Region::~Region() {
+   if (base_) ::munmap(base_, bytes_);
+}
+
+// The magic goes in last so that a reader attaching early refuses a half-made file.
+void Region::initialise(const Layout& layout) {
+   RegionHeader h = headerFor(layout);
+   Word magic = std::exchange(h.magic, 0);
+   std::memcpy(base_, &h, sizeof h);
+   storeWord(header().magic, magic, std::memory_order_release);
+}
+
+Region Region::anonymous(const Layout& layout) {
+   std::size_t bytes = headerFor(layout).totalBytes;
+   void* p = mapOrThrow("heap", bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1);
+   // Lookups land on random slots: huge pages spare most of their TLB misses.
+   ::madvise(p, bytes, MADV_HUGEPAGE);
+   Region region(static_cast<std::byte*>(p), bytes, true, "heap");
+   region.initialise(layout);
+   return region;
+}
+
+Region Region::createFile(const std::string& path, const Layout& layout) {
+   std::size_t bytes = headerFor(layout).totalBytes;
+   Fd fd{::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)};
+   if (fd.fd < 0) systemError(path, "open");
+   if (::fchmod(fd.fd, 0600) != 0) systemError(path, "fchmod");
+   if (::ftruncate(fd.fd, static_cast<off_t>(bytes)) != 0) systemError(path, "ftruncate");
+   void* p = mapOrThrow(path, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd.fd);
+   Region region(static_cast<std::byte*>(p), bytes, true, path);
+   region.initialise(layout);
+   return region;
+}
+
+Region Region::attachFile(const std::string& path, const Layout& expected) {
+   Fd fd{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+   if (fd.fd < 0) systemError(path, "open");
+   struct stat st {};
+   if (::fstat(fd.fd, &st) != 0) systemError(path, "fstat");
+   auto bytes = static_cast<std::size_t>(st.st_size);
+   if (bytes < sizeof(RegionHeader)) {
+      throw Pelin::Exception(fmt::format("table file {}: {} bytes is too short for a header",
+                                         path, bytes));
+   }
+   void* p = mapOrThrow(path, bytes, PROT_READ, MAP_SHARED, fd.fd);
+   Region region(static_cast<std::byte*>(p), bytes, false, path);
+   const RegionHeader& h = region.header();
+   expectEqual(path, "magic", loadWord(h.magic, std::memory_order_acquire), kMagic);
+   expectEqual(path, "layout version", h.version, kVersion);
+   expectEqual(path, "table kind", h.kind, expected.kind);
+   expectEqual(path, "key size", h.keySize, expected.keySize);
+   expectEqual(path, "value size", h.valueSize, expected.valueSize);
+   expectEqual(path, "item size", h.itemSize, expected.itemSize);
+   expectEqual(path, "slot words", h.slotWords, expected.slotWords);
+   for (std::size_t i = 0; i < kMaxLists; ++i) {
+      expectEqual(path, "list bound", h.listMax[i], expected.listMax[i]);
+   }
+   // Every derived field must follow from capacity and pool size, or the file was damaged.
+   Layout stored = expected;
+   stored.capacity = h.capacity;
+   stored.poolBytes = h.poolBytes;
+   RegionHeader want = headerFor(stored);
+   expectEqual(path, "slot count", h.slotCount, want.slotCount);
+   expectEqual(path, "slots offset", h.slotsOffset, want.slotsOffset);
+   expectEqual(path, "pool offset", h.poolOffset, want.poolOffset);
+   expectEqual(path, "total bytes", h.totalBytes, want.totalBytes);
+   expectEqual(path, "file size", bytes, want.totalBytes);
+   return region;
+}
+
+} // namespace Table

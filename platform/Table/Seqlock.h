@@ -1,0 +1,103 @@
+// Word-level building blocks of the shared tables: racing copies made of atomic word
+// accesses (so a torn read is detected, never undefined behaviour) and the per-record
+// generation protocol (odd while the writer is inside the record).
+#pragma once
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <thread>
+
+namespace Table {
+
+using Word = std::uint64_t;
+static_assert(std::atomic_ref<Word>::is_always_lock_free);
+
+constexpr std::size_t wordsFor(std::size_t bytes) { return (bytes + 7) / 8; }
+
+// Loads never write, so they are safe on a read-only mapping.
+inline Word loadWord(const Word& w, std::memory_order order = std::memory_order_relaxed) {
+   return std::atomic_ref<Word>(const_cast<Word&>(w)).load(order);
+}
+
+inline void storeWord(Word& w, Word v, std::memory_order order = std::memory_order_relaxed) {
+   std::atomic_ref<Word>(w).store(v, order);
+}
+
+// Copies `bytes` out of shared words into private memory.
+inline void copyOut(const Word* src, void* dst, std::size_t bytes) {
+   auto* out = static_cast<unsigned char*>(dst);
+   std::size_t i = 0;
+   for (; bytes >= 8; ++i, bytes -= 8, out += 8) {
+      Word w = loadWord(src[i]);
+      std::memcpy(out, &w, 8);
+   }
+   if (bytes) {
+      Word w = loadWord(src[i]);
+      std::memcpy(out, &w, bytes);
+   }
+}
+
+// Copies private memory into shared words; the tail word is zero-padded.
+inline void copyIn(Word* dst, const void* src, std::size_t bytes) {
+   const auto* in = static_cast<const unsigned char*>(src);
+   std::size_t i = 0;
+   for (; bytes >= 8; ++i, bytes -= 8, in += 8) {
+      Word w;
+      std::memcpy(&w, in, 8);
+      storeWord(dst[i], w);
+   }
+   if (bytes) {
+      Word w = 0;
+      std::memcpy(&w, in, bytes);
+      storeWord(dst[i], w);
+   }
+}
+
+// Writer: the generation is odd between beginWrite and endWrite.
+inline void beginWrite(Word& gen) {
+   storeWord(gen, loadWord(gen) + 1);
+   std::atomic_thread_fence(std::memory_order_release);
+}
+
+inline void endWrite(Word& gen) { storeWord(gen, loadWord(gen) + 1, std::memory_order_release); }
+
+// Bounds a reader's retries in time, so a writer that died inside a record is reported
+// instead of spun on, while a writer that was merely descheduled is waited for.
+class RetryBudget {
+ public:
+   static constexpr auto kPatience = std::chrono::milliseconds(2);
+
+   bool again() {
+      if (++spins_ < 64) return true;
+      auto now = std::chrono::steady_clock::now();
+      if (spins_ == 64) deadline_ = now + kPatience;
+      std::this_thread::yield();
+      return now < deadline_;
+   }
+
+ private:
+   unsigned spins_ = 0;
+   std::chrono::steady_clock::time_point deadline_;
+};
+
+enum class ReadOutcome { ok, stuck };
+
+// Runs `copy` until it ran entirely inside one even generation of `gen`, or the budget is
+// spent. `copy` must only read shared memory (atomically) and write private memory.
+template <typename Copy>
+ReadOutcome seqRead(const Word& gen, Copy&& copy) {
+   RetryBudget budget;
+   do {
+      Word before = loadWord(gen, std::memory_order_acquire);
+      if ((before & 1) == 0) {
+         copy();
+         std::atomic_thread_fence(std::memory_order_acquire);
+         if (loadWord(gen) == before) return ReadOutcome::ok;
+      }
+   } while (budget.again());
+   return ReadOutcome::stuck;
+}
+
+} // namespace Table
