@@ -115,7 +115,7 @@ struct Arg {
          std::string_view s = clip(v);
          auto n = static_cast<std::uint16_t>(s.size());
          std::memcpy(out, &n, 2);
-         std::memcpy(out + 2, s.data(), n);
+         if (n) std::memcpy(out + 2, s.data(), n); // a null const char* has no data
          return out + 2 + n;
       }
    }
