@@ -115,6 +115,10 @@ RoutingNexthopResolver::resolveNexthops(const Pelin::Ptr<RoutingContext>& ctx,
    return result;
 }
 
+// ---- pipeline steps ----
+
+// ---- end of pipeline steps ----
+
 void resolveNexthopsWork(const Pelin::Ptr<RoutingContext>& ctx,
                          const Pelin::Ptr<RoutingNexthops>& result,
                          RoutingNexthops::Queue::const_iterator it,
@@ -162,5 +166,9 @@ RoutingNexthopResolverIs(const Pelin::Ptr<GenericPipelineSteps>& steps,
                          const Pelin::Ptr<ResolverVrfRoots>& vrfRoots) {
    return routingNexthopResolverFactory(steps, resolvers, vrfRoots);
 }
+
+// ---- built-in resolvers ----
+
+// ---- end of built-in resolvers ----
 
 } // namespace Velt

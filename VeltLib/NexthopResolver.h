@@ -54,11 +54,19 @@ RoutingNexthopResolverIs(const Pelin::Ptr<GenericPipelineSteps>& steps,
                          const Pelin::Ptr<NexthopResolvers>& resolvers,
                          const Pelin::Ptr<ResolverVrfRoots>& vrfRoots);
 
+// ---- pipeline steps ----
+
+// ---- end of pipeline steps ----
+
 // The recursive worker of resolveNexthops: resolves each next hop from `it` to the end
 // of its queue and follows fan-out while `counter` allows.
 void resolveNexthopsWork(const Pelin::Ptr<RoutingContext>& ctx,
                          const Pelin::Ptr<RoutingNexthops>& result,
                          RoutingNexthops::Queue::const_iterator it,
                          const Pelin::Ptr<RoutingNexthopResolver>& resolver, int counter);
+
+// ---- built-in resolvers ----
+
+// ---- end of built-in resolvers ----
 
 } // namespace Velt
