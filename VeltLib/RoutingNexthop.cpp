@@ -4,23 +4,6 @@
 #include "Packet/PacketTrace.h"
 #include "VeltLib/Traces.h"
 
-template <>
-struct Kor::EnumNames<Velt::ArpLookupFailAction> {
-   static constexpr const char* typeName = "Velt::ArpLookupFailAction";
-   static constexpr std::array<const char*, 3> names = {"trapTraceCount", "dropTraceCount",
-                                                        "silentlyIgnore"};
-};
-
-template <>
-struct Kor::ValueText<Velt::NexthopConfig> {
-   static std::string print(const Velt::NexthopConfig& c) {
-      return Kor::printComposite(
-          {{"arpLookupFailAction", Velt::stringValue(c.arpLookupFailAction)},
-           {"resolveHierarchical", Kor::toText(c.resolveHierarchical)}});
-   }
-   static Velt::NexthopConfig parse(std::string_view s) { return Velt::NexthopConfig(s); }
-};
-
 namespace Velt {
 
 namespace {

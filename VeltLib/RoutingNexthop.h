@@ -4,6 +4,7 @@
 // are the per-next-hop policy values.
 #pragma once
 #include "Kor/Entity.h"
+#include "Kor/Enum.h"
 #include "Kor/TypeInfo.h"
 #include "L3/VrfName.h"
 #include "Lumo/EthAddr.h"
@@ -157,3 +158,20 @@ Pelin::Ptr<RoutingNexthops> routingNexthopsFactory();
 Pelin::Ptr<RoutingNexthops> RoutingNexthopsIs();
 
 } // namespace Velt
+
+template <>
+struct Kor::EnumNames<Velt::ArpLookupFailAction> {
+   static constexpr const char* typeName = "Velt::ArpLookupFailAction";
+   static constexpr std::array<const char*, 3> names = {"trapTraceCount", "dropTraceCount",
+                                                        "silentlyIgnore"};
+};
+
+template <>
+struct Kor::ValueText<Velt::NexthopConfig> {
+   static std::string print(const Velt::NexthopConfig& c) {
+      return Kor::printComposite(
+          {{"arpLookupFailAction", Velt::stringValue(c.arpLookupFailAction)},
+           {"resolveHierarchical", Kor::toText(c.resolveHierarchical)}});
+   }
+   static Velt::NexthopConfig parse(std::string_view s) { return Velt::NexthopConfig(s); }
+};
