@@ -156,35 +156,40 @@ class FlatMap {
    // ---- reader ----
 
    std::optional<Value> find(const Key& key) const {
-      return findWith(key, [](const Value&) -> const char* { return nullptr; });
+      std::optional<Value> out(std::in_place);
+      if (!findInto(key, *out, [](const Value&) -> const char* { return nullptr; })) {
+         out.reset();
+      }
+      return out;
    }
    Value find(const Key& key, const Value& absent) const { return find(key).value_or(absent); }
 
-   // Like find; `extra(value)` runs inside the slot's read window to copy data the value
-   // refers to, and returns a problem text or null. A problem is corruption only if the
-   // slot did not change meanwhile.
+   // Like find, copying straight into `out`; `extra(out)` runs inside the slot's read
+   // window to copy data the value refers to, and returns a problem text or null. A problem
+   // is corruption only if the slot did not change meanwhile.
    template <typename Extra>
-   std::optional<Value> findWith(const Key& key, Extra&& extra) const {
+   bool findInto(const Key& key, Value& out, Extra&& extra) const {
       std::uint64_t h = hashKey(key);
       for (Word i = h & mask_, n = 0; n <= mask_; i = (i + 1) & mask_, ++n) {
          const Word* s = slot(i);
          Word meta = loadWord(s[metaField], std::memory_order_acquire);
          State state = checkedState(i, meta);
-         if (state == empty) return std::nullopt;
+         if (state == empty) return false;
          if (state == tombstone || (meta >> 32) != tag(h)) continue;
-         Snapshot snap;
+         Word seen;
+         Key stored;
          const char* problem = nullptr;
-         read(i, snap, [&] {
-            bool mine = (snap.meta & 0xffffffffu) == full &&
-                        std::memcmp(&snap.key, &key, sizeof key) == 0;
-            problem = mine ? extra(snap.value) : nullptr;
+         read(i, seen, stored, out, [&] {
+            bool mine = (seen & 0xffffffffu) == full &&
+                        std::memcmp(&stored, &key, sizeof key) == 0;
+            problem = mine ? extra(out) : nullptr;
          });
-         if (checkedState(i, snap.meta) == full && std::memcmp(&snap.key, &key, sizeof key) == 0) {
+         if (checkedState(i, seen) == full && std::memcmp(&stored, &key, sizeof key) == 0) {
             if (problem) corruptSlot(name(), i, problem);
-            return snap.value;
+            return true;
          }
       }
-      return std::nullopt;
+      return false;
    }
 
    // Calls fn(key, value) on a consistent copy of every entry (writer or reader side).
@@ -192,9 +197,11 @@ class FlatMap {
    void forEach(Fn&& fn) const {
       for (Word i = 0; i <= mask_; ++i) {
          if (checkedState(i, loadWord(slot(i)[metaField])) != full) continue;
-         Snapshot snap;
-         read(i, snap, [] {});
-         if (checkedState(i, snap.meta) == full) fn(snap.key, snap.value);
+         Word seen;
+         Key key;
+         Value value;
+         read(i, seen, key, value, [] {});
+         if (checkedState(i, seen) == full) fn(key, value);
       }
    }
 
@@ -205,13 +212,6 @@ class FlatMap {
    Region& region() { return region_; }
 
  private:
-   struct Snapshot {
-      Word meta = 0;
-      Key key{};
-      Value value{};
-      bool operator==(const Snapshot&) const = delete;
-   };
-
    static std::uint32_t tag(std::uint64_t h) { return static_cast<std::uint32_t>(h >> 32); }
    Word* slot(Word i) const { return slots_ + i * kSlotWords; }
    static State stateOf(const Word* s) { return State(loadWord(s[metaField]) & 0xffffffffu); }
@@ -229,13 +229,14 @@ class FlatMap {
       return std::memcmp(&stored, &key, sizeof(Key)) == 0;
    }
 
+   // A consistent copy of slot i's state word, key and value.
    template <typename Extra>
-   void read(Word i, Snapshot& snap, Extra&& extra) const {
+   void read(Word i, Word& meta, Key& key, Value& value, Extra&& extra) const {
       const Word* s = slot(i);
       auto outcome = seqRead(s[genField], [&] {
-         snap.meta = loadWord(s[metaField]);
-         copyOut(s + keyField, &snap.key, sizeof(Key));
-         copyOut(s + valueField, &snap.value, sizeof(Value));
+         meta = loadWord(s[metaField]);
+         copyOut(s + keyField, &key, sizeof(Key));
+         copyOut(s + valueField, &value, sizeof(Value));
          extra();
       });
       if (outcome == ReadOutcome::stuck) {

@@ -113,7 +113,8 @@ class ListMap {
    // again when the record changed during the copy; the last call holds the result.
    template <typename Sink>
    std::optional<Head> find(const Key& key, Sink&& sink) const {
-      auto entry = map_.findWith(key, [&](const Entry& e) -> const char* {
+      Entry entry;
+      bool found = map_.findInto(key, entry, [&](const Entry& e) -> const char* {
          for (std::size_t l = 0; l < Lists; ++l) {
             if (e.lists[l].count > bounds_[l]) return "list count above its bound";
             Item* dst = sink(l, e.lists[l].count);
@@ -127,8 +128,8 @@ class ListMap {
          }
          return nullptr;
       });
-      if (!entry) return std::nullopt;
-      return entry->head;
+      if (!found) return std::nullopt;
+      return entry.head;
    }
 
    // Calls fn(key, head, counts) for every record, for tools.

@@ -6,6 +6,13 @@ namespace Table {
 
 static_assert(sizeof(PrefixKey) == 24);
 
+namespace {
+constexpr Word kBuckets = 1 << 16;
+constexpr unsigned kBucketLength = 16;
+constexpr Word kShortLengths = (Word(1) << kBucketLength) - 1;
+unsigned bucketOf(const PrefixKey& key) { return key.bytes[0] << 8 | key.bytes[1]; }
+} // namespace
+
 PrefixKey PrefixKey::of(Family family, const std::uint8_t* address, std::uint8_t length) {
    VELT_ASSERT(length <= maxLength(family));
    PrefixKey key{};
@@ -37,10 +44,18 @@ PrefixKey PrefixKey::masked(std::uint8_t len) const {
 Layout PrefixMap::layout(Word capacity) {
    Layout l = FlatMap<PrefixKey, std::uint64_t>::layout(capacity);
    l.kind = prefixMapKind;
+   l.poolBytes = kBuckets * sizeof(Word); // the per-/16 length bitmaps
    return l;
 }
 
-PrefixMap::PrefixMap(Region region) : map_(std::move(region)) {}
+PrefixMap::PrefixMap(Region region)
+    : map_(std::move(region)), bucketOffset_(map_.region().header().poolOffset),
+      bucketCounts_(map_.region().writable() ? kBuckets * (33 - kBucketLength) : 0) {
+   if (map_.region().header().poolBytes != kBuckets * sizeof(Word)) {
+      throw Pelin::Exception(fmt::format("table file {}: prefix map without its /16 bitmaps",
+                                         map_.name()));
+   }
+}
 PrefixMap::PrefixMap(Word capacity) : PrefixMap(Region::anonymous(layout(capacity))) {}
 
 PrefixMap PrefixMap::createFile(const std::string& path, Word capacity) {
@@ -56,12 +71,21 @@ Word* PrefixMap::lengthBits(Family family) const {
    return family == Family::ipv4 ? aux : aux + 1;
 }
 
+void PrefixMap::flip(Word& bits, unsigned bit, bool on) {
+   Word mask = Word(1) << bit;
+   storeWord(bits, on ? loadWord(bits) | mask : loadWord(bits) & ~mask);
+}
+
 void PrefixMap::countLength(const PrefixKey& prefix, int delta) {
    Word& count = counts_[(prefix.family == Family::ipv4 ? 0 : 33) + prefix.length];
    count += delta;
-   Word& bits = lengthBits(prefix.family)[prefix.length / 64];
-   Word bit = Word(1) << (prefix.length % 64);
-   storeWord(bits, count ? loadWord(bits) | bit : loadWord(bits) & ~bit);
+   flip(lengthBits(prefix.family)[prefix.length / 64], prefix.length % 64, count != 0);
+   if (prefix.family == Family::ipv4 && prefix.length >= kBucketLength) {
+      unsigned bucket = bucketOf(prefix);
+      auto& n = bucketCounts_[bucket * (33 - kBucketLength) + prefix.length - kBucketLength];
+      n += delta;
+      flip(buckets()[bucket], prefix.length, n != 0);
+   }
 }
 
 void PrefixMap::insert(const PrefixKey& prefix, std::uint64_t value) {
@@ -87,13 +111,19 @@ void PrefixMap::clear() {
    map_.clear();
    for (Word& c : counts_) c = 0;
    for (Word i = 0; i < 4; ++i) storeWord(map_.region().header().aux[i], 0);
+   for (Word i = 0; i < kBuckets; ++i) storeWord(buckets()[i], 0);
+   std::fill(bucketCounts_.begin(), bucketCounts_.end(), 0);
 }
 
 std::optional<PrefixMatch> PrefixMap::longestMatch(const PrefixKey& address) const {
    const Word* bits = lengthBits(address.family);
    std::uint8_t top = PrefixKey::maxLength(address.family);
    for (int w = top / 64; w >= 0; --w) {
-      for (Word set = loadWord(bits[w]); set; set &= ~(Word(1) << (63 - std::countl_zero(set)))) {
+      Word set = loadWord(bits[w]);
+      if (address.family == Family::ipv4) {
+         set = (set & kShortLengths) | loadWord(buckets()[bucketOf(address)]);
+      }
+      for (; set; set &= ~(Word(1) << (63 - std::countl_zero(set)))) {
          auto len = std::uint8_t(w * 64 + 63 - std::countl_zero(set));
          if (auto value = map_.find(address.masked(len))) return PrefixMatch{len, *value};
       }

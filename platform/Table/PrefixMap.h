@@ -1,12 +1,14 @@
 // Table::PrefixMap: longest-prefix match of IPv4 and IPv6 addresses to 64-bit values, in a
 // Region like the other shared tables. One FlatMap holds every prefix keyed by family,
-// length and masked bytes; a bitmap of the lengths present per family (in the region, for
-// readers) lets a lookup probe only those lengths, longest first.
+// length and masked bytes; bitmaps of the lengths present (in the region, for readers) let a
+// lookup probe only those lengths, longest first. IPv4 lengths of 16 and more are tracked
+// per /16, so an address is probed only at the lengths its own /16 holds.
 #pragma once
 #include "Table/FlatMap.h"
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 namespace Table {
 
@@ -58,9 +60,14 @@ class PrefixMap {
    // Bitmap words of a family's present lengths, in the region header.
    Word* lengthBits(Family family) const;
    void countLength(const PrefixKey& prefix, int delta);
+   static void flip(Word& bits, unsigned bit, bool on);
+   Word* buckets() const { return const_cast<Region&>(map_.region()).words(bucketOffset_); }
 
    FlatMap<PrefixKey, std::uint64_t> map_;
-   Word counts_[33 + 129] = {}; // writer only: prefixes per family and length
+   Word bucketOffset_;
+   // Writer only: prefixes per family and length, and per IPv4 /16 and length 16..32.
+   Word counts_[33 + 129] = {};
+   std::vector<std::uint32_t> bucketCounts_;
 };
 
 } // namespace Table

@@ -64,10 +64,11 @@ inline void beginWrite(Word& gen) {
 inline void endWrite(Word& gen) { storeWord(gen, loadWord(gen) + 1, std::memory_order_release); }
 
 // Bounds a reader's retries in time, so a writer that died inside a record is reported
-// instead of spun on, while a writer that was merely descheduled is waited for.
+// instead of spun on, while a writer that was merely descheduled (several scheduler time
+// slices on a loaded machine) is waited for.
 class RetryBudget {
  public:
-   static constexpr auto kPatience = std::chrono::milliseconds(2);
+   static constexpr auto kPatience = std::chrono::milliseconds(50);
 
    bool again() {
       if (++spins_ < 64) return true;
