@@ -74,7 +74,7 @@ struct PolicyNexthopGroupRewriteKeyOf {
 
 // The table of redirections; one per process, found with rewrites().
 class PolicyNexthopGroupRewrites : public Kor::Entity {
-public:
+ public:
    using Map = Kor::HashMap<PolicyNexthopGroupRewriteKey, PolicyNexthopGroupRewrite,
                             PolicyNexthopGroupRewriteKeyOf>;
    enum Attr : Kor::AttrId { kName, kNhgRewrite };
@@ -95,12 +95,12 @@ public:
 
    const Kor::TypeInfo* typeData() const override;
 
-private:
+ private:
    Map nhgRewrite_;
 };
 
 class PolicyNexthopGroupCounterActionInfo : public CounterActionInfo {
-public:
+ public:
    PolicyNexthopGroupCounterActionInfo(const Pelin::String& policyName,
                                        const Pelin::String& className,
                                        const Pelin::String& aclName,
@@ -115,7 +115,7 @@ public:
    const Pelin::String& aceName() const { return aceName_; }
    const Kor::TypeInfo* typeData() const override;
 
-private:
+ private:
    Pelin::String policyName_;
    Pelin::String className_;
    Pelin::String aclName_;

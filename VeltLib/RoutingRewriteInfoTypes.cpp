@@ -200,30 +200,21 @@ const Kor::TypeInfo* recordType(const char* typeName, Fn addAttrs) {
 template <typename T>
 void noAttrs(Kor::TypeBuilder<T>&) {}
 
-// A settable attribute declared by one of the field groups that T inherits.
-template <typename T, typename R, typename B, typename A>
-void groupAttr(Kor::TypeBuilder<T>& b, const char* name, R (B::*get)() const,
-               void (B::*set)(A)) {
-   b.value(name, static_cast<R (T::*)() const>(get), static_cast<void (T::*)(A)>(set));
-}
-
 template <typename T>
 void ethAttrs(Kor::TypeBuilder<T>& b) {
-   using F = EthHdrFields;
-   groupAttr(b, "srcMac", &F::srcMac, &F::srcMacIs);
-   groupAttr(b, "dstMac", &F::dstMac, &F::dstMacIs);
-   groupAttr(b, "newEthType", &F::newEthType, &F::newEthTypeIs);
-   groupAttr(b, "skipIfTrap", &F::skipIfTrap, &F::skipIfTrapIs);
-   groupAttr(b, "shouldApplyVlanTagsBeforeRewrite", &F::shouldApplyVlanTagsBeforeRewrite,
-             &F::shouldApplyVlanTagsBeforeRewriteIs);
+   b.value("srcMac", &T::srcMac, &T::srcMacIs)
+       .value("dstMac", &T::dstMac, &T::dstMacIs)
+       .value("newEthType", &T::newEthType, &T::newEthTypeIs)
+       .value("skipIfTrap", &T::skipIfTrap, &T::skipIfTrapIs)
+       .value("shouldApplyVlanTagsBeforeRewrite", &T::shouldApplyVlanTagsBeforeRewrite,
+              &T::shouldApplyVlanTagsBeforeRewriteIs);
 }
 
 template <typename T>
 void encapAttrs(Kor::TypeBuilder<T>& b) {
-   using F = EncapHdrFields;
-   groupAttr(b, "skipL2Headers", &F::skipL2Headers, &F::skipL2HeadersIs);
-   groupAttr(b, "displayName", &F::displayName, &F::displayNameIs);
-   groupAttr(b, "displayName2", &F::displayName2, &F::displayName2Is);
+   b.value("skipL2Headers", &T::skipL2Headers, &T::skipL2HeadersIs)
+       .value("displayName", &T::displayName, &T::displayNameIs)
+       .value("displayName2", &T::displayName2, &T::displayName2Is);
 }
 
 } // namespace

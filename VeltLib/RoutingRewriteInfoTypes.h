@@ -20,7 +20,7 @@ namespace Velt {
 
 // One header rewrite. Records are immutable and shared between lists by reference.
 class RewriteInfo : public Pelin::Node {
-public:
+ public:
    virtual Pelin::String name() const = 0;
    // Bytes added (positive) or removed (negative) at layer 3.
    virtual std::int32_t l3SizeChange() const = 0;
@@ -32,13 +32,13 @@ public:
 
 // A counter to bump when the packet is finally sent; subclasses name what they count.
 class CounterActionInfo : public Pelin::Node {
-public:
+ public:
    CounterActionInfo() = default;
    virtual Pelin::String name() const = 0;
 };
 
 class RewriteInfos : public Pelin::Node {
-public:
+ public:
    RewriteInfos() = default;
 
    void rewriteInfoEnq(const Pelin::Ptr<RewriteInfo>& r) { rewriteInfo_.enq(r); }
@@ -80,7 +80,7 @@ public:
 
    const Kor::TypeInfo* typeData() const override;
 
-private:
+ private:
    Pelin::RQueue<RewriteInfo> rewriteInfo_;
    Pelin::RQueue<CounterActionInfo> finalCounterActionInfo_;
 };
@@ -93,36 +93,34 @@ Pelin::Ptr<RewriteInfos> rewriteInfosFactory();
 // list holds it, it is not changed.
 
 // A plain attribute of a record: getter, setter and storage with its default.
-#define VELT_REWRITE_ATTR(Type, attr, init)                                      \
- public:                                                                         \
-   Type attr() const { return attr##_; }                                         \
-   void attr##Is(Type v) { attr##_ = v; }                                        \
-                                                                                 \
- private:                                                                        \
+#define VELT_REWRITE_ATTR(Type, attr, init)                                              \
+ public:                                                                                 \
+   Type attr() const { return attr##_; }                                                 \
+   void attr##Is(Type v) { attr##_ = v; }                                                \
+                                                                                         \
+ private:                                                                                \
    Type attr##_ = init;
 
-// Ethernet header fields of the Ethernet rewrite and encapsulation. The defaults keep the
-// header as it is: a zero MAC or EtherType is not written.
-class EthHdrFields {
-   VELT_REWRITE_ATTR(Lumo::EthAddr, srcMac, {})
-   VELT_REWRITE_ATTR(Lumo::EthAddr, dstMac, {})
-   VELT_REWRITE_ATTR(std::uint16_t, newEthType, 0)
-   // Leave a trapped packet's header alone.
-   VELT_REWRITE_ATTR(bool, skipIfTrap, false)
+// Ethernet header fields of the Ethernet rewrite and encapsulation, declared in each so
+// that they are the record's own attributes. The defaults keep the header as it is: a
+// zero MAC or EtherType is not written; skipIfTrap leaves a trapped packet alone.
+#define VELT_ETH_HDR_ATTRS                                                               \
+   VELT_REWRITE_ATTR(Lumo::EthAddr, srcMac, {})                                          \
+   VELT_REWRITE_ATTR(Lumo::EthAddr, dstMac, {})                                          \
+   VELT_REWRITE_ATTR(std::uint16_t, newEthType, 0)                                       \
+   VELT_REWRITE_ATTR(bool, skipIfTrap, false)                                            \
    VELT_REWRITE_ATTR(std::optional<bool>, shouldApplyVlanTagsBeforeRewrite, std::nullopt)
-};
 
 // Fields of the IP and UDP encapsulations. skipL2Headers puts the new header before any
-// layer-2 header, so the VLAN tags are then applied after the rewrite.
-class EncapHdrFields {
-   VELT_REWRITE_ATTR(bool, skipL2Headers, false)
-   // Names shown for the tunnel in traces and tools.
-   VELT_REWRITE_ATTR(Pelin::String, displayName, {})
+// layer-2 header, so the VLAN tags are then applied after the rewrite; the display names
+// name the tunnel in traces and tools.
+#define VELT_ENCAP_HDR_ATTRS                                                             \
+   VELT_REWRITE_ATTR(bool, skipL2Headers, false)                                         \
+   VELT_REWRITE_ATTR(Pelin::String, displayName, {})                                     \
    VELT_REWRITE_ATTR(Pelin::String, displayName2, {})
-};
 
-class EthHdrRewriteInfo : public RewriteInfo, public EthHdrFields {
-public:
+class EthHdrRewriteInfo : public RewriteInfo {
+ public:
    EthHdrRewriteInfo() = default;
    Pelin::String name() const override { return "EthHdrRewriteInfo"; }
    std::int32_t l3SizeChange() const override { return 0; }
@@ -130,10 +128,11 @@ public:
       return shouldApplyVlanTagsBeforeRewrite().value_or(false);
    }
    const Kor::TypeInfo* typeData() const override;
+   VELT_ETH_HDR_ATTRS
 };
 
-class EthHdrEncapRewriteInfo : public RewriteInfo, public EthHdrFields {
-public:
+class EthHdrEncapRewriteInfo : public RewriteInfo {
+ public:
    static constexpr std::int32_t ethHdrSize = 14;
    EthHdrEncapRewriteInfo() = default;
    Pelin::String name() const override { return "EthHdrEncapRewriteInfo"; }
@@ -143,10 +142,11 @@ public:
       return shouldApplyVlanTagsBeforeRewrite().value_or(false);
    }
    const Kor::TypeInfo* typeData() const override;
+   VELT_ETH_HDR_ATTRS
 };
 
 class StripDot1qTagRewriteInfo : public RewriteInfo {
-public:
+ public:
    StripDot1qTagRewriteInfo() = default;
    Pelin::String name() const override { return "StripDot1qTagRewriteInfo"; }
    std::int32_t l3SizeChange() const override { return 0; }
@@ -156,7 +156,7 @@ public:
 
 // Pops numTagsToPop tags, then pushes vlanTagStack, outermost first.
 class VlanTagEncapRewriteInfo : public RewriteInfo {
-public:
+ public:
    VlanTagEncapRewriteInfo() = default;
    Pelin::String name() const override { return "VlanTagEncapRewriteInfo"; }
    std::int32_t l3SizeChange() const override { return 0; }
@@ -168,15 +168,15 @@ public:
       vlanTagStack_.tagIs(index, tag);
    }
 
-private:
+ private:
    Trell::VlanTagStack vlanTagStack_;
    VELT_REWRITE_ATTR(std::int8_t, numTagsToPop, 0)
 };
 
 // An outer IPv4 or IPv6 header; its family is that of srcIp. The ttl and tos fields
 // default to a header that copies nothing from the inner packet.
-class IpHdrEncapRewriteInfo : public RewriteInfo, public EncapHdrFields {
-public:
+class IpHdrEncapRewriteInfo : public RewriteInfo {
+ public:
    IpHdrEncapRewriteInfo(const Lumo::IpGenAddr& srcIp, const Lumo::IpGenAddr& dstIp,
                          std::uint8_t protocol);
    Pelin::String name() const override { return "IpHdrEncapRewriteInfo"; }
@@ -188,7 +188,7 @@ public:
    const Lumo::IpGenAddr& dstIp() const { return dstIp_; }
    std::uint8_t protocol() const { return protocol_; }
 
-private:
+ private:
    void defaultInit();
 
    Lumo::IpGenAddr srcIp_;
@@ -206,16 +206,18 @@ private:
    VELT_REWRITE_ATTR(bool, protocolAuto, false)
    // Protocol of an option header that follows the outer header; 0: none.
    VELT_REWRITE_ATTR(std::uint16_t, optionProtoField, 0)
+   VELT_ENCAP_HDR_ATTRS
 };
 
-class UdpHdrEncapRewriteInfo : public RewriteInfo, public EncapHdrFields {
-public:
+class UdpHdrEncapRewriteInfo : public RewriteInfo {
+ public:
    static constexpr std::int32_t udpHdrSize = 8;
    UdpHdrEncapRewriteInfo() = default;
    Pelin::String name() const override { return "UdpHdrEncapRewriteInfo"; }
    std::int32_t l3SizeChange() const override { return udpHdrSize; }
    bool applyVlanTagsBeforeRewrite() const override { return !skipL2Headers(); }
    const Kor::TypeInfo* typeData() const override;
+   VELT_ENCAP_HDR_ATTRS
 
    VELT_REWRITE_ATTR(std::uint16_t, srcPort, 0)
    VELT_REWRITE_ATTR(std::uint16_t, dstPort, 0)
@@ -227,7 +229,7 @@ inline int decrementedTtl(int ttl) {
 }
 
 class Ipv4TtlRewriteInfo : public RewriteInfo {
-public:
+ public:
    Ipv4TtlRewriteInfo() = default;
    Pelin::String name() const override { return "Ipv4TtlRewriteInfo"; }
    std::int32_t l3SizeChange() const override { return 0; }
@@ -236,7 +238,7 @@ public:
 };
 
 class Ipv6HopLimitRewriteInfo : public RewriteInfo {
-public:
+ public:
    Ipv6HopLimitRewriteInfo() = default;
    Pelin::String name() const override { return "Ipv6HopLimitRewriteInfo"; }
    std::int32_t l3SizeChange() const override { return 0; }
@@ -245,7 +247,7 @@ public:
 };
 
 class Ipv6DestinationIpRewriteInfo : public RewriteInfo {
-public:
+ public:
    explicit Ipv6DestinationIpRewriteInfo(const Lumo::Ip6Addr& newDstIp)
        : newDstIp_(newDstIp) {}
    static Pelin::Ptr<Ipv6DestinationIpRewriteInfo>
@@ -256,12 +258,12 @@ public:
 
    const Lumo::Ip6Addr& newDstIp() const { return newDstIp_; }
 
-private:
+ private:
    Lumo::Ip6Addr newDstIp_;
 };
 
 class GreHdrEncapRewriteInfo : public RewriteInfo {
-public:
+ public:
    // Raises Pelin::NullArgumentException for a null header.
    explicit GreHdrEncapRewriteInfo(const Pelin::Ptr<const Lumo::GreHdr>& greHdr);
    Pelin::String name() const override { return "GreHdrEncapRewriteInfo"; }
@@ -271,7 +273,7 @@ public:
 
    const Pelin::Ptr<const Lumo::GreHdr>& greHdr() const { return greHdr_; }
 
-private:
+ private:
    Pelin::Ptr<const Lumo::GreHdr> greHdr_;
 };
 
@@ -280,7 +282,7 @@ std::int32_t ipHdrSizeFromV4OrV6(const Pelin::Ptr<const Lumo::IpHdr>& ipHdr,
                                  const Pelin::Ptr<const Lumo::Ip6Hdr>& ip6Hdr);
 
 class GreDecapRewriteInfo : public RewriteInfo {
-public:
+ public:
    GreDecapRewriteInfo(std::uint16_t protocol, int greHdrSize, int ipHdrSize)
        : protocol_(protocol), greHdrSize_(greHdrSize), ipHdrSize_(ipHdrSize) {}
    static Pelin::Ptr<GreDecapRewriteInfo>
@@ -295,14 +297,14 @@ public:
    std::int32_t greHdrSize() const { return greHdrSize_; }
    std::int32_t ipHdrSize() const { return ipHdrSize_; }
 
-private:
+ private:
    std::uint16_t protocol_;
    std::int32_t greHdrSize_;
    std::int32_t ipHdrSize_;
 };
 
 class IpIpDecapRewriteInfo : public RewriteInfo {
-public:
+ public:
    explicit IpIpDecapRewriteInfo(int ipHdrSize) : ipHdrSize_(ipHdrSize) {}
    static Pelin::Ptr<IpIpDecapRewriteInfo>
    createInfo(const Pelin::Ptr<const Lumo::IpHdr>& ipHdr,
@@ -313,12 +315,12 @@ public:
 
    std::int32_t ipHdrSize() const { return ipHdrSize_; }
 
-private:
+ private:
    std::int32_t ipHdrSize_;
 };
 
 class UdpDecapRewriteInfo : public RewriteInfo {
-public:
+ public:
    UdpDecapRewriteInfo(std::uint16_t dstPort, int udpHdrSize, int ipHdrSize)
        : dstPort_(dstPort), udpHdrSize_(udpHdrSize), ipHdrSize_(ipHdrSize) {}
    static Pelin::Ptr<UdpDecapRewriteInfo>
@@ -332,14 +334,14 @@ public:
    std::int32_t udpHdrSize() const { return udpHdrSize_; }
    std::int32_t ipHdrSize() const { return ipHdrSize_; }
 
-private:
+ private:
    std::uint16_t dstPort_;
    std::int32_t udpHdrSize_;
    std::int32_t ipHdrSize_;
 };
 
 class SetDscpRewriteInfo : public RewriteInfo {
-public:
+ public:
    explicit SetDscpRewriteInfo(std::uint8_t dscp) : dscp_(dscp) {}
    static Pelin::Ptr<SetDscpRewriteInfo> createInfo(std::uint8_t dscp);
    Pelin::String name() const override { return "SetDscpInfo"; }
@@ -348,10 +350,12 @@ public:
 
    std::uint8_t dscp() const { return dscp_; }
 
-private:
+ private:
    std::uint8_t dscp_;
 };
 
+#undef VELT_ENCAP_HDR_ATTRS
+#undef VELT_ETH_HDR_ATTRS
 #undef VELT_REWRITE_ATTR
 
 // Factories and creators, one pair per record.

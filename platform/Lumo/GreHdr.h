@@ -10,7 +10,7 @@
 namespace Lumo {
 
 class GreHdr : public Pelin::Node {
-public:
+ public:
    // Flag bits of the first word in host order.
    static constexpr std::uint32_t checksumBit = 0x80000000;
    static constexpr std::uint32_t keyBit = 0x20000000;
@@ -37,7 +37,7 @@ public:
    int headerSize() const { return sizeFor(word0()); }
    const std::uint8_t* bytes() const { return bytes_.data(); }
 
-private:
+ private:
    static int sizeFor(std::uint32_t word0);
    // Offset of the key or sequence word; the words follow one another in flag order.
    std::size_t keyOffset() const { return checksumPresent() ? 8 : 4; }

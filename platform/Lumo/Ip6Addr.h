@@ -12,7 +12,7 @@
 namespace Lumo {
 
 class Ip6Addr {
-public:
+ public:
    constexpr Ip6Addr() = default;
    // 16 bytes in network order.
    explicit Ip6Addr(const std::uint8_t* bytes16);
@@ -26,7 +26,7 @@ public:
    friend bool operator==(const Ip6Addr&, const Ip6Addr&) = default;
    friend auto operator<=>(const Ip6Addr&, const Ip6Addr&) = default;
 
-private:
+ private:
    std::array<std::uint8_t, 16> bytes_{};
 };
 

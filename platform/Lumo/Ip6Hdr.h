@@ -10,7 +10,7 @@
 namespace Lumo {
 
 class Ip6Hdr : public Pelin::Node {
-public:
+ public:
    static constexpr std::size_t size = 40;
 
    Ip6Hdr(const Ip6Addr& src, const Ip6Addr& dst, std::uint8_t nextHeader,
@@ -28,7 +28,7 @@ public:
    Ip6Addr dst() const { return Ip6Addr(&bytes_[24]); }
    const std::uint8_t* bytes() const { return bytes_.data(); }
 
-private:
+ private:
    std::array<std::uint8_t, size> bytes_{};
 };
 

@@ -10,7 +10,7 @@
 namespace Lumo {
 
 class IpHdr : public Pelin::Node {
-public:
+ public:
    static constexpr std::size_t minBytes = 20;
    static constexpr std::size_t maxBytes = 60;
 
@@ -36,7 +36,7 @@ public:
    // headerBytes() bytes in network order.
    const std::uint8_t* bytes() const { return bytes_.data(); }
 
-private:
+ private:
    std::array<std::uint8_t, maxBytes> bytes_{};
 };
 

@@ -11,7 +11,7 @@
 namespace Trell {
 
 class VlanTagStack {
-public:
+ public:
    static constexpr std::uint32_t maxTags = 4;
    using value_type = VlanTag;
 
@@ -51,7 +51,7 @@ public:
       return a.size_ == b.size_ && std::equal(a.begin(), a.end(), b.begin());
    }
 
-private:
+ private:
    static bool isVlanTpid(const std::uint8_t* b) {
       auto tpid = static_cast<std::uint16_t>(b[0] << 8 | b[1]);
       return tpid == 0x8100 || tpid == 0x88a8 || tpid == 0x9100;
