@@ -194,7 +194,8 @@ class IpHdrEncapRewriteInfo : public RewriteInfo {
    Lumo::IpGenAddr srcIp_;
    Lumo::IpGenAddr dstIp_;
    std::uint8_t protocol_;
-   // Settable so that tools can inspect a family other than srcIp's.
+   // Follows srcIp; settable through generic access, where a family that is neither
+   // IPv4 nor IPv6 adds no header.
    VELT_REWRITE_ATTR(Lumo::AddressFamily, encapAf, Lumo::AddressFamily::ipunknown_)
    // 0: the outer TTL is not overridden.
    VELT_REWRITE_ATTR(std::uint8_t, ttlOverride, 0)
