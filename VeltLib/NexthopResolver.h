@@ -2,6 +2,7 @@
 // VRF after VRF, until it is fully resolved, dropped, or a limit is reached; and resolves
 // queues of next hops, following multicast fan-out.
 #pragma once
+#include "L3/IntfStatusDir.h"
 #include "Pipeline/GenericPipeline.h"
 #include "VeltLib/NexthopResolverTypes.h"
 #include "VeltLib/ResolverVrfRoot.h"
@@ -55,6 +56,99 @@ RoutingNexthopResolverIs(const Pelin::Ptr<GenericPipelineSteps>& steps,
                          const Pelin::Ptr<ResolverVrfRoots>& vrfRoots);
 
 // ---- pipeline steps ----
+
+// Hands a next hop with an output interface to the resolver of the interface's type,
+// or to the default one registered under type id 0.
+class NhrInterfaceTypeStep : public NhrPipelineStep {
+ public:
+   explicit NhrInterfaceTypeStep(const Pelin::Ptr<NexthopResolvers>& resolvers);
+   const Pelin::Ptr<NexthopResolvers>& resolvers() const { return resolvers_; }
+   bool process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) override;
+
+ private:
+   Pelin::Ptr<NexthopResolvers> resolvers_;
+};
+
+// Turns the via a FEC resolver chose into the next hop's own interface, FEC id and hop
+// address, and asks for a VRF jump when the via's interface is in another VRF.
+class NhrCopyViaNexthopStep : public NhrPipelineStep {
+ public:
+   explicit NhrCopyViaNexthopStep(const Pelin::Ptr<L3::Intf::StatusDir const>& l3IntfStatusDir);
+   const Pelin::Ptr<L3::Intf::StatusDir const>& l3IntfStatusDir() const {
+      return l3IntfStatusDir_;
+   }
+   bool process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) override;
+
+ private:
+   Pelin::Ptr<L3::Intf::StatusDir const> l3IntfStatusDir_;
+};
+
+// Hands a next hop carrying a FEC to the resolver of the FEC's type; none is a drop.
+class NhrFecTypeStep : public NhrPipelineStep {
+ public:
+   explicit NhrFecTypeStep(const Pelin::Ptr<NexthopResolvers>& resolvers);
+   const Pelin::Ptr<NexthopResolvers>& resolvers() const { return resolvers_; }
+   bool process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) override;
+
+ private:
+   Pelin::Ptr<NexthopResolvers> resolvers_;
+};
+
+// Hands a next hop carrying a FEC id to the resolver of the id's adjacency type; none is
+// a drop.
+class NhrFecIdTypeStep : public NhrPipelineStep {
+ public:
+   explicit NhrFecIdTypeStep(const Pelin::Ptr<NexthopResolvers>& resolvers);
+   const Pelin::Ptr<NexthopResolvers>& resolvers() const { return resolvers_; }
+   bool process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) override;
+
+ private:
+   Pelin::Ptr<NexthopResolvers> resolvers_;
+};
+
+// Hands a next hop carrying only a destination IP to the resolver of its address family;
+// none lets the pass go on to the fallback.
+class NhrDstIpTypeStep : public NhrPipelineStep {
+ public:
+   explicit NhrDstIpTypeStep(const Pelin::Ptr<NexthopResolvers>& resolvers);
+   const Pelin::Ptr<NexthopResolvers>& resolvers() const { return resolvers_; }
+   bool process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) override;
+
+ private:
+   Pelin::Ptr<NexthopResolvers> resolvers_;
+};
+
+// A destination no route matched: runs the fallback pipeline on the same context and
+// traps to the CPU when no fallback step takes the next hop.
+class NoIpRouteFallbackStep : public NhrPipelineStep {
+ public:
+   explicit NoIpRouteFallbackStep(const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipeline);
+   const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipeline() const {
+      return noIpRouteFallbackPipeline_;
+   }
+   bool process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) override;
+
+ private:
+   Pelin::Ptr<GenericPipeline> noIpRouteFallbackPipeline_;
+};
+
+Pelin::Ptr<NhrInterfaceTypeStep>
+nhrInterfaceTypeStepFactory(const Pelin::Ptr<NexthopResolvers>& resolvers);
+Pelin::Ptr<NhrInterfaceTypeStep> NhrInterfaceTypeStepIs(const Pelin::Ptr<NexthopResolvers>& resolvers);
+Pelin::Ptr<NhrCopyViaNexthopStep>
+nhrCopyViaNexthopStepFactory(const Pelin::Ptr<L3::Intf::StatusDir const>& l3IntfStatusDir);
+Pelin::Ptr<NhrCopyViaNexthopStep>
+NhrCopyViaNexthopStepIs(const Pelin::Ptr<L3::Intf::StatusDir const>& l3IntfStatusDir);
+Pelin::Ptr<NhrFecTypeStep> nhrFecTypeStepFactory(const Pelin::Ptr<NexthopResolvers>& resolvers);
+Pelin::Ptr<NhrFecTypeStep> NhrFecTypeStepIs(const Pelin::Ptr<NexthopResolvers>& resolvers);
+Pelin::Ptr<NhrFecIdTypeStep> nhrFecIdTypeStepFactory(const Pelin::Ptr<NexthopResolvers>& resolvers);
+Pelin::Ptr<NhrFecIdTypeStep> NhrFecIdTypeStepIs(const Pelin::Ptr<NexthopResolvers>& resolvers);
+Pelin::Ptr<NhrDstIpTypeStep> nhrDstIpTypeStepFactory(const Pelin::Ptr<NexthopResolvers>& resolvers);
+Pelin::Ptr<NhrDstIpTypeStep> NhrDstIpTypeStepIs(const Pelin::Ptr<NexthopResolvers>& resolvers);
+Pelin::Ptr<NoIpRouteFallbackStep>
+noIpRouteFallbackStepFactory(const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipeline);
+Pelin::Ptr<NoIpRouteFallbackStep>
+NoIpRouteFallbackStepIs(const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipeline);
 
 // ---- end of pipeline steps ----
 
