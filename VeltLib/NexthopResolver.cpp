@@ -1,5 +1,6 @@
 #include "VeltLib/NexthopResolver.h"
 
+#include "Lumo/FecIdIntfId.h"
 #include "Packet/PacketTrace.h"
 #include "VeltLib/Traces.h"
 
@@ -301,6 +302,110 @@ NoIpRouteFallbackStepIs(const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipe
 }
 
 // ---- end of pipeline steps ----
+
+// ---- terminal resolvers ----
+
+void CpuTrapFecTypeResolver::resolve(const Pelin::Ptr<RoutingContext>&,
+                                     const Pelin::Ptr<ResolverVrfRoot const>&,
+                                     const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   nexthop->setCpuTrapNexthop();
+   nexthop->toMeIs(true);
+}
+
+void DropFecTypeResolver::resolve(const Pelin::Ptr<RoutingContext>&,
+                                  const Pelin::Ptr<ResolverVrfRoot const>&,
+                                  const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   if (nexthop) nexthop->dropIs(true);
+}
+
+void DefaultFecIdResolver::resolve(const Pelin::Ptr<RoutingContext>&,
+                                   const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
+                                   const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   static const Quarn::FibGen::Fec emptyFec{Quarn::Fib::FecId()};
+   if (!vrfRoot) {
+      nexthop->dropIs(true);
+      return;
+   }
+   const Quarn::FibGen::Fec fec = vrfRoot->genFec(nexthop->fecId());
+   if (Quarn::FibGen::Fec::isEq(fec, emptyFec)) {
+      nexthop->dropIs(true);
+      return;
+   }
+   nexthop->fecIs(fec);
+}
+
+void FecIdIntfIdHandler::resolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                                 const Pelin::Ptr<ResolverVrfRoot const>&,
+                                 const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   const Quarn::Fib::FecId fecId = Lumo::FecIdIntfId::intfIdToFecId(nexthop->outputIntf());
+   const Lumo::IpGenAddr dstIp = nexthop->dstIp();
+   nexthop->resetResolverFields(rCtx ? rCtx->pktCtx() : nullptr);
+   nexthop->dstIpIs(dstIp);
+   nexthop->fecIdIs(fecId);
+}
+
+Pelin::Ptr<CpuTrapFecTypeResolver> cpuTrapFecTypeResolverFactory(const Pelin::String& name,
+                                                                 std::uint8_t fecType) {
+   return Pelin::make<CpuTrapFecTypeResolver>(name, fecType);
+}
+Pelin::Ptr<CpuTrapFecTypeResolver> CpuTrapFecTypeResolverIs(const Pelin::String& name,
+                                                            std::uint8_t fecType) {
+   return cpuTrapFecTypeResolverFactory(name, fecType);
+}
+Pelin::Ptr<ReceiveFecTypeResolver> receiveFecTypeResolverFactory() {
+   return Pelin::make<ReceiveFecTypeResolver>();
+}
+Pelin::Ptr<ReceiveFecTypeResolver> ReceiveFecTypeResolverIs() {
+   return receiveFecTypeResolverFactory();
+}
+Pelin::Ptr<ReceiveBcastFecTypeResolver> receiveBcastFecTypeResolverFactory() {
+   return Pelin::make<ReceiveBcastFecTypeResolver>();
+}
+Pelin::Ptr<ReceiveBcastFecTypeResolver> ReceiveBcastFecTypeResolverIs() {
+   return receiveBcastFecTypeResolverFactory();
+}
+Pelin::Ptr<KernelFecTypeResolver> kernelFecTypeResolverFactory() {
+   return Pelin::make<KernelFecTypeResolver>();
+}
+Pelin::Ptr<KernelFecTypeResolver> KernelFecTypeResolverIs() {
+   return kernelFecTypeResolverFactory();
+}
+Pelin::Ptr<DropFecTypeResolver> dropFecTypeResolverFactory() {
+   return Pelin::make<DropFecTypeResolver>();
+}
+Pelin::Ptr<DropFecTypeResolver> DropFecTypeResolverIs() { return dropFecTypeResolverFactory(); }
+Pelin::Ptr<DefaultFecIdResolver> defaultFecIdResolverFactory(const Pelin::String& name,
+                                                             Quarn::Fib::AdjType adjType) {
+   return Pelin::make<DefaultFecIdResolver>(name, adjType);
+}
+Pelin::Ptr<DefaultFecIdResolver> DefaultFecIdResolverIs(const Pelin::String& name,
+                                                        Quarn::Fib::AdjType adjType) {
+   return defaultFecIdResolverFactory(name, adjType);
+}
+Pelin::Ptr<FibV4AdjFecIdResolver> fibV4AdjFecIdResolverFactory() {
+   return Pelin::make<FibV4AdjFecIdResolver>();
+}
+Pelin::Ptr<FibV4AdjFecIdResolver> FibV4AdjFecIdResolverIs() {
+   return fibV4AdjFecIdResolverFactory();
+}
+Pelin::Ptr<FibV6AdjFecIdResolver> fibV6AdjFecIdResolverFactory() {
+   return Pelin::make<FibV6AdjFecIdResolver>();
+}
+Pelin::Ptr<FibV6AdjFecIdResolver> FibV6AdjFecIdResolverIs() {
+   return fibV6AdjFecIdResolverFactory();
+}
+Pelin::Ptr<FibGenAdjFecIdResolver> fibGenAdjFecIdResolverFactory() {
+   return Pelin::make<FibGenAdjFecIdResolver>();
+}
+Pelin::Ptr<FibGenAdjFecIdResolver> FibGenAdjFecIdResolverIs() {
+   return fibGenAdjFecIdResolverFactory();
+}
+Pelin::Ptr<FecIdIntfIdHandler> fecIdIntfIdHandlerFactory() {
+   return Pelin::make<FecIdIntfIdHandler>();
+}
+Pelin::Ptr<FecIdIntfIdHandler> FecIdIntfIdHandlerIs() { return fecIdIntfIdHandlerFactory(); }
+
+// ---- end of terminal resolvers ----
 
 void resolveNexthopsWork(const Pelin::Ptr<RoutingContext>& ctx,
                          const Pelin::Ptr<RoutingNexthops>& result,

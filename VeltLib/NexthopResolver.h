@@ -152,6 +152,106 @@ NoIpRouteFallbackStepIs(const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipe
 
 // ---- end of pipeline steps ----
 
+// ---- terminal resolvers ----
+
+// FEC types whose packets go to the CPU for this box: trap and mark the next hop as ours.
+class CpuTrapFecTypeResolver : public FecTypeResolver {
+ public:
+   CpuTrapFecTypeResolver(const Pelin::String& name, std::uint8_t fecType)
+       : FecTypeResolver(name, fecType) {}
+   void resolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
+                const Pelin::Ptr<RoutingNexthop>& nexthop) override;
+};
+
+class ReceiveFecTypeResolver : public CpuTrapFecTypeResolver {
+ public:
+   ReceiveFecTypeResolver() : CpuTrapFecTypeResolver("Receive", Quarn::FibGen::FecType::receive) {}
+};
+
+class ReceiveBcastFecTypeResolver : public CpuTrapFecTypeResolver {
+ public:
+   ReceiveBcastFecTypeResolver()
+       : CpuTrapFecTypeResolver("ReceiveBcast", Quarn::FibGen::FecType::receiveBcast) {}
+};
+
+class KernelFecTypeResolver : public CpuTrapFecTypeResolver {
+ public:
+   KernelFecTypeResolver() : CpuTrapFecTypeResolver("Kernel", Quarn::FibGen::FecType::kernel) {}
+};
+
+class DropFecTypeResolver : public FecTypeResolver {
+ public:
+   DropFecTypeResolver() : FecTypeResolver("Drop", Quarn::FibGen::FecType::drop) {}
+   void resolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
+                const Pelin::Ptr<RoutingNexthop>& nexthop) override;
+};
+
+// Fetches the FEC of the next hop's FEC id from the VRF's table; an id the VRF does not
+// know drops the next hop.
+class DefaultFecIdResolver : public FecIdResolver {
+ public:
+   DefaultFecIdResolver(const Pelin::String& name, Quarn::Fib::AdjType adjType)
+       : FecIdResolver(name, adjType) {}
+   void resolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
+                const Pelin::Ptr<RoutingNexthop>& nexthop) override;
+};
+
+class FibV4AdjFecIdResolver : public DefaultFecIdResolver {
+ public:
+   FibV4AdjFecIdResolver() : DefaultFecIdResolver("fibV4Adj", Quarn::Fib::AdjType::fibV4Adj) {}
+};
+
+class FibV6AdjFecIdResolver : public DefaultFecIdResolver {
+ public:
+   FibV6AdjFecIdResolver() : DefaultFecIdResolver("fibV6Adj", Quarn::Fib::AdjType::fibV6Adj) {}
+};
+
+class FibGenAdjFecIdResolver : public DefaultFecIdResolver {
+ public:
+   FibGenAdjFecIdResolver()
+       : DefaultFecIdResolver("fibGenAdj", Quarn::Fib::AdjType::fibGenAdj) {}
+};
+
+// Interfaces that stand for a FEC: the next hop continues from the FEC id, keeping its
+// destination IP as the neighbour to find at the end.
+class FecIdIntfIdHandler : public InterfaceResolver {
+ public:
+   FecIdIntfIdHandler() : InterfaceResolver("FecIdIntfId", Lumo::GenericIntfId::fecIdTypeId) {}
+   void resolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
+                const Pelin::Ptr<RoutingNexthop>& nexthop) override;
+};
+
+Pelin::Ptr<CpuTrapFecTypeResolver> cpuTrapFecTypeResolverFactory(const Pelin::String& name,
+                                                                 std::uint8_t fecType);
+Pelin::Ptr<CpuTrapFecTypeResolver> CpuTrapFecTypeResolverIs(const Pelin::String& name,
+                                                            std::uint8_t fecType);
+Pelin::Ptr<ReceiveFecTypeResolver> receiveFecTypeResolverFactory();
+Pelin::Ptr<ReceiveFecTypeResolver> ReceiveFecTypeResolverIs();
+Pelin::Ptr<ReceiveBcastFecTypeResolver> receiveBcastFecTypeResolverFactory();
+Pelin::Ptr<ReceiveBcastFecTypeResolver> ReceiveBcastFecTypeResolverIs();
+Pelin::Ptr<KernelFecTypeResolver> kernelFecTypeResolverFactory();
+Pelin::Ptr<KernelFecTypeResolver> KernelFecTypeResolverIs();
+Pelin::Ptr<DropFecTypeResolver> dropFecTypeResolverFactory();
+Pelin::Ptr<DropFecTypeResolver> DropFecTypeResolverIs();
+Pelin::Ptr<DefaultFecIdResolver> defaultFecIdResolverFactory(const Pelin::String& name,
+                                                             Quarn::Fib::AdjType adjType);
+Pelin::Ptr<DefaultFecIdResolver> DefaultFecIdResolverIs(const Pelin::String& name,
+                                                        Quarn::Fib::AdjType adjType);
+Pelin::Ptr<FibV4AdjFecIdResolver> fibV4AdjFecIdResolverFactory();
+Pelin::Ptr<FibV4AdjFecIdResolver> FibV4AdjFecIdResolverIs();
+Pelin::Ptr<FibV6AdjFecIdResolver> fibV6AdjFecIdResolverFactory();
+Pelin::Ptr<FibV6AdjFecIdResolver> FibV6AdjFecIdResolverIs();
+Pelin::Ptr<FibGenAdjFecIdResolver> fibGenAdjFecIdResolverFactory();
+Pelin::Ptr<FibGenAdjFecIdResolver> FibGenAdjFecIdResolverIs();
+Pelin::Ptr<FecIdIntfIdHandler> fecIdIntfIdHandlerFactory();
+Pelin::Ptr<FecIdIntfIdHandler> FecIdIntfIdHandlerIs();
+
+// ---- end of terminal resolvers ----
+
 // The recursive worker of resolveNexthops: resolves each next hop from `it` to the end
 // of its queue and follows fan-out while `counter` allows.
 void resolveNexthopsWork(const Pelin::Ptr<RoutingContext>& ctx,
