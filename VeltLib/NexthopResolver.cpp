@@ -1,5 +1,6 @@
 #include "VeltLib/NexthopResolver.h"
 
+#include "Lumo/FecIdIntfId.h"
 #include "Packet/PacketTrace.h"
 #include "VeltLib/IntfSuitabilityHelper.h"
 #include "VeltLib/Traces.h"
@@ -120,7 +121,294 @@ RoutingNexthopResolver::resolveNexthops(const Pelin::Ptr<RoutingContext>& ctx,
 
 // ---- pipeline steps ----
 
+namespace {
+
+// The common end of the dispatching steps: name the resolver, let it act, end the pass.
+// What the resolver did to the next hop is for the driver to judge.
+bool runResolver(const NhrPipelineContext& nhrCtx, BaseResolver& resolver) {
+   VELT_PKT_TRACE(nhResolverTrace(), 3, *nhrCtx.rCtx(), "Found resolver {}", resolver.name());
+   resolver.resolve(nhrCtx.rCtx(), nhrCtx.vrfRoot(), nhrCtx.nexthop());
+   return false;
+}
+
+} // namespace
+
+NhrInterfaceTypeStep::NhrInterfaceTypeStep(const Pelin::Ptr<NexthopResolvers>& resolvers)
+    : NhrPipelineStep("InterfaceType", 10000), resolvers_(resolvers) {
+   stopsByPriorityIs(true); // a pass it ends is a priority stop
+}
+
+bool NhrInterfaceTypeStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
+   Pelin::Ptr<RoutingNexthop> inNexthop = nhrCtx->nexthop();
+   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
+   if (inNexthop->outputIntf() == Lumo::IntfId()) return true;
+   const std::uint8_t typeId = Lumo::GenericIntfId::typeId(inNexthop->outputIntf());
+   VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Lookup interface resolver for {}({})",
+                  inNexthop->outputIntf(), typeId);
+   Pelin::Ptr<InterfaceResolver> resolver =
+       resolvers_ ? resolvers_->interfaceResolver(typeId) : nullptr;
+   if (!resolver) {
+      // The default lives under 0: a type id of 0 that finds nothing has no fallback.
+      VELT_ASSERT_IN(Lumo::GenericIntfId::typeId( inNexthop->outputIntf() ) != 0,
+                     "virtual bool Velt::NhrInterfaceTypeStep::process(const Ptr&)");
+      VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "No specific resolver found, using default");
+      resolver = resolvers_ ? resolvers_->interfaceResolver(0) : nullptr;
+      if (!resolver) return true;
+   }
+   return runResolver(*nhrCtx, *resolver);
+}
+
+NhrCopyViaNexthopStep::NhrCopyViaNexthopStep(
+    const Pelin::Ptr<L3::Intf::StatusDir const>& l3IntfStatusDir)
+    : NhrPipelineStep("CopyViaNexthop", 20000), l3IntfStatusDir_(l3IntfStatusDir) {
+   stopsByPriorityIs(true);
+}
+
+bool NhrCopyViaNexthopStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
+   Pelin::Ptr<RoutingNexthop> nexthop = nhrCtx->nexthop();
+   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
+   const Quarn::FibGen::Via via = nexthop->via();
+   if (Quarn::FibGen::Via::isEq(via, Quarn::FibGen::Via())) return true;
+   VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Resolving via");
+   nexthop->outputIntfIs(via.intfId());
+   const L3::Intf::Status* status =
+       l3IntfStatusDir_ ? l3IntfStatusDir_->intfStatus(via.intfId()) : nullptr;
+   const Pelin::Ptr<ResolverVrfRoot const>& root = nhrCtx->vrfRoot();
+   // Without a root there is no current VRF to compare with, so no jump is asked for.
+   if (status && root && !(status->vrfName == root->vrfName())) nexthop->vrfIs(status->vrfName);
+   if (via.fecId().isValid()) nexthop->fecIdIs(via.fecId());
+   if (!(via.hop() == Lumo::IpGenAddr())) nexthop->dstIpIs(via.hop());
+   return false;
+}
+
+NhrFecTypeStep::NhrFecTypeStep(const Pelin::Ptr<NexthopResolvers>& resolvers)
+    : NhrPipelineStep("FecType", 30000), resolvers_(resolvers) {
+   stopsByPriorityIs(true);
+}
+
+bool NhrFecTypeStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
+   Pelin::Ptr<RoutingNexthop> nexthop = nhrCtx->nexthop();
+   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
+   static const Quarn::FibGen::Fec emptyFec{Quarn::Fib::FecId()};
+   const Quarn::FibGen::Fec fec = nexthop->fec(); // the copy keeps the FEC's bounds checks
+   if (Quarn::FibGen::Fec::isEq(fec, emptyFec)) return true;
+   const std::uint8_t fecType = fec.fecType();
+   VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Lookup fecType resolver for {}", fecType);
+   Pelin::Ptr<FecTypeResolver> resolver =
+       resolvers_ ? resolvers_->fecTypeResolver(fecType) : nullptr;
+   if (resolver) return runResolver(*nhrCtx, *resolver);
+   rCtx->count("Drop", kComponent, "No resolver for fecType");
+   VELT_PKT_TRACE(nhResolverTrace(), 5, *rCtx, "No resolver for fecType");
+   nexthop->dropIs(true);
+   return false;
+}
+
+NhrFecIdTypeStep::NhrFecIdTypeStep(const Pelin::Ptr<NexthopResolvers>& resolvers)
+    : NhrPipelineStep("FecIdType", 40000), resolvers_(resolvers) {
+   stopsByPriorityIs(true);
+}
+
+bool NhrFecIdTypeStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
+   Pelin::Ptr<RoutingNexthop> nexthop = nhrCtx->nexthop();
+   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
+   const Quarn::Fib::FecId fecId = nexthop->fecId();
+   if (!fecId.isValid()) return true;
+   const Quarn::Fib::AdjType adjType = fecId.adjType();
+   VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Lookup fecId resolver for {}({})", fecId,
+                  static_cast<unsigned>(adjType));
+   Pelin::Ptr<FecIdResolver> resolver =
+       resolvers_ ? resolvers_->fecIdResolver(adjType) : nullptr;
+   if (resolver) return runResolver(*nhrCtx, *resolver);
+   rCtx->count("Drop", kComponent, "No resolver for fecId type");
+   VELT_PKT_TRACE(nhResolverTrace(), 5, *rCtx, "No resolver for fecId type");
+   nexthop->dropIs(true);
+   return false;
+}
+
+NhrDstIpTypeStep::NhrDstIpTypeStep(const Pelin::Ptr<NexthopResolvers>& resolvers)
+    : NhrPipelineStep("DstIpType", 50000), resolvers_(resolvers) {
+   stopsByPriorityIs(true);
+}
+
+bool NhrDstIpTypeStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
+   Pelin::Ptr<RoutingNexthop> nexthop = nhrCtx->nexthop();
+   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
+   const Lumo::IpGenAddr& dstIp = nexthop->dstIp();
+   if (dstIp == Lumo::IpGenAddr(Lumo::AddressFamily::ipunknown_)) return true;
+   VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Lookup dstIp resolver for {}", dstIp);
+   Pelin::Ptr<DstIpResolver> resolver =
+       resolvers_ ? resolvers_->dstIpResolver(dstIp.af()) : nullptr;
+   // Unlike a FEC or FEC id, a destination nobody resolves goes on to the fallback.
+   if (!resolver) return true;
+   return runResolver(*nhrCtx, *resolver);
+}
+
+NoIpRouteFallbackStep::NoIpRouteFallbackStep(
+    const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipeline)
+    : NhrPipelineStep("NoIpRouteFallbackStep", 60000),
+      noIpRouteFallbackPipeline_(noIpRouteFallbackPipeline) {}
+
+bool NoIpRouteFallbackStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
+   Pelin::Ptr<RoutingNexthop> nexthop = nhrCtx->nexthop();
+   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
+   if (nexthop->dstIp() == Lumo::IpGenAddr()) return true;
+   if (!(nexthop->route() == Lumo::IpGenPrefix())) return true;
+   rCtx->count("Action", kComponent, "No route, trying fallbacks for {}");
+   VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "No route, trying fallbacks for {}",
+                  nexthop->dstIp());
+   const bool untaken =
+       !noIpRouteFallbackPipeline_ || noIpRouteFallbackPipeline_->process(nhrCtx);
+   if (untaken) nexthop->setCpuTrapNexthop();
+   return true;
+}
+
+Pelin::Ptr<NhrInterfaceTypeStep>
+nhrInterfaceTypeStepFactory(const Pelin::Ptr<NexthopResolvers>& resolvers) {
+   return Pelin::make<NhrInterfaceTypeStep>(resolvers);
+}
+Pelin::Ptr<NhrInterfaceTypeStep> NhrInterfaceTypeStepIs(const Pelin::Ptr<NexthopResolvers>& resolvers) {
+   return nhrInterfaceTypeStepFactory(resolvers);
+}
+Pelin::Ptr<NhrCopyViaNexthopStep>
+nhrCopyViaNexthopStepFactory(const Pelin::Ptr<L3::Intf::StatusDir const>& l3IntfStatusDir) {
+   return Pelin::make<NhrCopyViaNexthopStep>(l3IntfStatusDir);
+}
+Pelin::Ptr<NhrCopyViaNexthopStep>
+NhrCopyViaNexthopStepIs(const Pelin::Ptr<L3::Intf::StatusDir const>& l3IntfStatusDir) {
+   return nhrCopyViaNexthopStepFactory(l3IntfStatusDir);
+}
+Pelin::Ptr<NhrFecTypeStep> nhrFecTypeStepFactory(const Pelin::Ptr<NexthopResolvers>& resolvers) {
+   return Pelin::make<NhrFecTypeStep>(resolvers);
+}
+Pelin::Ptr<NhrFecTypeStep> NhrFecTypeStepIs(const Pelin::Ptr<NexthopResolvers>& resolvers) {
+   return nhrFecTypeStepFactory(resolvers);
+}
+Pelin::Ptr<NhrFecIdTypeStep> nhrFecIdTypeStepFactory(const Pelin::Ptr<NexthopResolvers>& resolvers) {
+   return Pelin::make<NhrFecIdTypeStep>(resolvers);
+}
+Pelin::Ptr<NhrFecIdTypeStep> NhrFecIdTypeStepIs(const Pelin::Ptr<NexthopResolvers>& resolvers) {
+   return nhrFecIdTypeStepFactory(resolvers);
+}
+Pelin::Ptr<NhrDstIpTypeStep> nhrDstIpTypeStepFactory(const Pelin::Ptr<NexthopResolvers>& resolvers) {
+   return Pelin::make<NhrDstIpTypeStep>(resolvers);
+}
+Pelin::Ptr<NhrDstIpTypeStep> NhrDstIpTypeStepIs(const Pelin::Ptr<NexthopResolvers>& resolvers) {
+   return nhrDstIpTypeStepFactory(resolvers);
+}
+Pelin::Ptr<NoIpRouteFallbackStep>
+noIpRouteFallbackStepFactory(const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipeline) {
+   return Pelin::make<NoIpRouteFallbackStep>(noIpRouteFallbackPipeline);
+}
+Pelin::Ptr<NoIpRouteFallbackStep>
+NoIpRouteFallbackStepIs(const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipeline) {
+   return noIpRouteFallbackStepFactory(noIpRouteFallbackPipeline);
+}
+
 // ---- end of pipeline steps ----
+
+// ---- terminal resolvers ----
+
+void CpuTrapFecTypeResolver::resolve(const Pelin::Ptr<RoutingContext>&,
+                                     const Pelin::Ptr<ResolverVrfRoot const>&,
+                                     const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   nexthop->setCpuTrapNexthop();
+   nexthop->toMeIs(true);
+}
+
+void DropFecTypeResolver::resolve(const Pelin::Ptr<RoutingContext>&,
+                                  const Pelin::Ptr<ResolverVrfRoot const>&,
+                                  const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   if (nexthop) nexthop->dropIs(true);
+}
+
+void DefaultFecIdResolver::resolve(const Pelin::Ptr<RoutingContext>&,
+                                   const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
+                                   const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   static const Quarn::FibGen::Fec emptyFec{Quarn::Fib::FecId()};
+   if (!vrfRoot) {
+      nexthop->dropIs(true);
+      return;
+   }
+   const Quarn::FibGen::Fec fec = vrfRoot->genFec(nexthop->fecId());
+   if (Quarn::FibGen::Fec::isEq(fec, emptyFec)) {
+      nexthop->dropIs(true);
+      return;
+   }
+   nexthop->fecIs(fec);
+}
+
+void FecIdIntfIdHandler::resolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                                 const Pelin::Ptr<ResolverVrfRoot const>&,
+                                 const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   const Quarn::Fib::FecId fecId = Lumo::FecIdIntfId::intfIdToFecId(nexthop->outputIntf());
+   const Lumo::IpGenAddr dstIp = nexthop->dstIp();
+   nexthop->resetResolverFields(rCtx ? rCtx->pktCtx() : nullptr);
+   nexthop->dstIpIs(dstIp);
+   nexthop->fecIdIs(fecId);
+}
+
+Pelin::Ptr<CpuTrapFecTypeResolver> cpuTrapFecTypeResolverFactory(const Pelin::String& name,
+                                                                 std::uint8_t fecType) {
+   return Pelin::make<CpuTrapFecTypeResolver>(name, fecType);
+}
+Pelin::Ptr<CpuTrapFecTypeResolver> CpuTrapFecTypeResolverIs(const Pelin::String& name,
+                                                            std::uint8_t fecType) {
+   return cpuTrapFecTypeResolverFactory(name, fecType);
+}
+Pelin::Ptr<ReceiveFecTypeResolver> receiveFecTypeResolverFactory() {
+   return Pelin::make<ReceiveFecTypeResolver>();
+}
+Pelin::Ptr<ReceiveFecTypeResolver> ReceiveFecTypeResolverIs() {
+   return receiveFecTypeResolverFactory();
+}
+Pelin::Ptr<ReceiveBcastFecTypeResolver> receiveBcastFecTypeResolverFactory() {
+   return Pelin::make<ReceiveBcastFecTypeResolver>();
+}
+Pelin::Ptr<ReceiveBcastFecTypeResolver> ReceiveBcastFecTypeResolverIs() {
+   return receiveBcastFecTypeResolverFactory();
+}
+Pelin::Ptr<KernelFecTypeResolver> kernelFecTypeResolverFactory() {
+   return Pelin::make<KernelFecTypeResolver>();
+}
+Pelin::Ptr<KernelFecTypeResolver> KernelFecTypeResolverIs() {
+   return kernelFecTypeResolverFactory();
+}
+Pelin::Ptr<DropFecTypeResolver> dropFecTypeResolverFactory() {
+   return Pelin::make<DropFecTypeResolver>();
+}
+Pelin::Ptr<DropFecTypeResolver> DropFecTypeResolverIs() { return dropFecTypeResolverFactory(); }
+Pelin::Ptr<DefaultFecIdResolver> defaultFecIdResolverFactory(const Pelin::String& name,
+                                                             Quarn::Fib::AdjType adjType) {
+   return Pelin::make<DefaultFecIdResolver>(name, adjType);
+}
+Pelin::Ptr<DefaultFecIdResolver> DefaultFecIdResolverIs(const Pelin::String& name,
+                                                        Quarn::Fib::AdjType adjType) {
+   return defaultFecIdResolverFactory(name, adjType);
+}
+Pelin::Ptr<FibV4AdjFecIdResolver> fibV4AdjFecIdResolverFactory() {
+   return Pelin::make<FibV4AdjFecIdResolver>();
+}
+Pelin::Ptr<FibV4AdjFecIdResolver> FibV4AdjFecIdResolverIs() {
+   return fibV4AdjFecIdResolverFactory();
+}
+Pelin::Ptr<FibV6AdjFecIdResolver> fibV6AdjFecIdResolverFactory() {
+   return Pelin::make<FibV6AdjFecIdResolver>();
+}
+Pelin::Ptr<FibV6AdjFecIdResolver> FibV6AdjFecIdResolverIs() {
+   return fibV6AdjFecIdResolverFactory();
+}
+Pelin::Ptr<FibGenAdjFecIdResolver> fibGenAdjFecIdResolverFactory() {
+   return Pelin::make<FibGenAdjFecIdResolver>();
+}
+Pelin::Ptr<FibGenAdjFecIdResolver> FibGenAdjFecIdResolverIs() {
+   return fibGenAdjFecIdResolverFactory();
+}
+Pelin::Ptr<FecIdIntfIdHandler> fecIdIntfIdHandlerFactory() {
+   return Pelin::make<FecIdIntfIdHandler>();
+}
+Pelin::Ptr<FecIdIntfIdHandler> FecIdIntfIdHandlerIs() { return fecIdIntfIdHandlerFactory(); }
+
+// ---- end of terminal resolvers ----
 
 void resolveNexthopsWork(const Pelin::Ptr<RoutingContext>& ctx,
                          const Pelin::Ptr<RoutingNexthops>& result,
