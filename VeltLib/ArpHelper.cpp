@@ -32,13 +32,18 @@ ArpEntry findOrReport(const ArpEntryMap& map, const Arp::Table::ArpKey& key) {
 } // namespace
 
 const Kor::TypeInfo* ArpResult::typeData() const {
-   static const Kor::TypeInfo info =
-       Kor::TypeBuilder<ArpResult>("Velt::ArpResult").value("mac", &ArpResult::mac).build();
+   static const Kor::TypeInfo info = Kor::TypeBuilder<ArpResult>("Velt::ArpResult")
+                                         .value("mac", &ArpResult::mac)
+                                         .build();
    return &info;
 }
 
-ArpResult::Ptr arpResultFactory(const Lumo::EthAddr& mac) { return Pelin::make<ArpResult>(mac); }
-ArpResult::Ptr ArpResultIs(const Lumo::EthAddr& mac) { return arpResultFactory(mac); }
+ArpResult::Ptr arpResultFactory(const Lumo::EthAddr& mac) {
+   return Pelin::make<ArpResult>(mac);
+}
+ArpResult::Ptr ArpResultIs(const Lumo::EthAddr& mac) {
+   return arpResultFactory(mac);
+}
 
 ArpHelper::ArpHelper(const Pelin::Ptr<Arp::Table::Status const>& table) : table_(table) {}
 
@@ -50,7 +55,8 @@ ArpEntry ArpHelper::neighborEntry(const Arp::Table::ArpKey& key) const {
    return table_ ? findOrReport(table_->neighborMap(), key) : ArpEntry();
 }
 
-ArpResult::Ptr ArpHelper::arpLookup(Lumo::IntfId outputIntf, const Lumo::IpGenAddr& nexthop,
+ArpResult::Ptr ArpHelper::arpLookup(Lumo::IntfId outputIntf,
+                                    const Lumo::IpGenAddr& nexthop,
                                     Vrf::VrfIdMap::VrfId vrfId) const {
    const bool v4 = isIpv4(nexthop);
    if (!table_) return nullptr;
@@ -62,12 +68,14 @@ ArpResult::Ptr ArpHelper::arpLookup(Lumo::IntfId outputIntf, const Lumo::IpGenAd
 }
 
 const Kor::TypeInfo* ArpHelper::typeData() const {
-   static const Kor::TypeInfo info =
-       Kor::TypeBuilder<ArpHelper>("Velt::ArpHelper").node("table", &ArpHelper::table).build();
+   static const Kor::TypeInfo info = Kor::TypeBuilder<ArpHelper>("Velt::ArpHelper")
+                                         .node("table", &ArpHelper::table)
+                                         .build();
    return &info;
 }
 
-Pelin::Ptr<ArpHelper> arpHelperFactory(const Pelin::Ptr<Arp::Table::Status const>& table) {
+Pelin::Ptr<ArpHelper>
+arpHelperFactory(const Pelin::Ptr<Arp::Table::Status const>& table) {
    return Pelin::make<ArpHelper>(table);
 }
 Pelin::Ptr<ArpHelper> ArpHelperIs(const Pelin::Ptr<Arp::Table::Status const>& table) {

@@ -14,7 +14,7 @@
 namespace Velt {
 
 class ArpResult : public Pelin::Node {
- public:
+public:
    using Ptr = Pelin::Ptr<ArpResult>;
 
    explicit ArpResult(const Lumo::EthAddr& mac) : mac_(mac) {}
@@ -22,7 +22,7 @@ class ArpResult : public Pelin::Node {
 
    const Kor::TypeInfo* typeData() const override;
 
- private:
+private:
    Lumo::EthAddr mac_;
 };
 
@@ -30,7 +30,7 @@ ArpResult::Ptr arpResultFactory(const Lumo::EthAddr& mac);
 ArpResult::Ptr ArpResultIs(const Lumo::EthAddr& mac);
 
 class ArpHelper : public Kor::Notifier {
- public:
+public:
    explicit ArpHelper(const Pelin::Ptr<Arp::Table::Status const>& table);
 
    const Pelin::Ptr<Arp::Table::Status const>& table() const { return table_; }
@@ -44,7 +44,7 @@ class ArpHelper : public Kor::Notifier {
 
    const Kor::TypeInfo* typeData() const override;
 
- private:
+private:
    Pelin::Ptr<Arp::Table::Status const> table_;
 };
 

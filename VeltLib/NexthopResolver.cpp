@@ -552,9 +552,11 @@ void ArpLookupHandler::resolve(const Pelin::Ptr<RoutingContext>& rCtx,
 
 const Kor::TypeInfo* ArpLookupHandler::typeData() const {
    using H = ArpLookupHandler;
+   using Name = const Pelin::String& (H::*)() const;
+   using Key = std::uint8_t (H::*)() const;
    static const Kor::TypeInfo info = Kor::TypeBuilder<H>("Velt::ArpLookupHandler")
-                                         .value("name", static_cast<const Pelin::String& (H::*)() const>(&H::name))
-                                         .value("type", static_cast<std::uint8_t (H::*)() const>(&H::type))
+                                         .value("name", static_cast<Name>(&H::name))
+                                         .value("type", static_cast<Key>(&H::type))
                                          .node("arpHelper", &H::arpHelper)
                                          .build();
    return &info;
@@ -680,9 +682,11 @@ bool ForwardFecTypeResolver::preResolve(const Pelin::Ptr<RoutingContext>& rCtx,
 
 const Kor::TypeInfo* ForwardFecTypeResolver::typeData() const {
    using F = ForwardFecTypeResolver;
+   using Name = const Pelin::String& (F::*)() const;
+   using Key = std::uint8_t (F::*)() const;
    static const Kor::TypeInfo info = Kor::TypeBuilder<F>("Velt::ForwardFecTypeResolver")
-                                         .value("name", static_cast<const Pelin::String& (F::*)() const>(&F::name))
-                                         .value("fecType", static_cast<std::uint8_t (F::*)() const>(&F::fecType))
+                                         .value("name", static_cast<Name>(&F::name))
+                                         .value("fecType", static_cast<Key>(&F::fecType))
                                          .node("intfSuitabilityHelper",
                                                &F::intfSuitabilityHelper)
                                          .build();

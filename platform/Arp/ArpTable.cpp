@@ -8,7 +8,9 @@ namespace Arp::Table {
 
 namespace {
 
-ArpEntryMap::Map anonymousMap(std::uint64_t capacity) { return ArpEntryMap::Map(capacity); }
+ArpEntryMap::Map anonymousMap(std::uint64_t capacity) {
+   return ArpEntryMap::Map(capacity);
+}
 
 } // namespace
 
@@ -32,9 +34,13 @@ ArpEntryMap& Status::mapFor(const Lumo::IpGenAddr& addr) {
    throw Pelin::RangeException("a neighbour entry needs an IPv4 or IPv6 address");
 }
 
-void Status::entryIs(const ArpEntry& entry) { mapFor(entry.key.addr).entryIs(entry); }
+void Status::entryIs(const ArpEntry& entry) {
+   mapFor(entry.key.addr).entryIs(entry);
+}
 
-bool Status::entryDel(const ArpKey& key) { return mapFor(key.addr).entryDel(key); }
+bool Status::entryDel(const ArpKey& key) {
+   return mapFor(key.addr).entryDel(key);
+}
 
 const Kor::TypeInfo* Status::typeData() const {
    static const Kor::TypeInfo info =
@@ -46,8 +52,12 @@ const Kor::TypeInfo* Status::typeData() const {
    return &info;
 }
 
-Pelin::Ptr<Status> statusFactory(const std::string& name) { return Pelin::make<Status>(name); }
-Pelin::Ptr<Status> StatusIs(const std::string& name) { return statusFactory(name); }
+Pelin::Ptr<Status> statusFactory(const std::string& name) {
+   return Pelin::make<Status>(name);
+}
+Pelin::Ptr<Status> StatusIs(const std::string& name) {
+   return statusFactory(name);
+}
 
 } // namespace Arp::Table
 

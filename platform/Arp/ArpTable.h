@@ -1,6 +1,7 @@
 // Arp::Table::Status: the neighbour table, an IPv4 ARP map and an IPv6 neighbour map of
-// entries keyed by (interface, VRF id, IP address). One writer, lock-free readers; each map
-// lives in a table region: process memory, or a shared file mapped read-only by readers.
+// entries keyed by (interface, VRF id, IP address). One writer, lock-free readers; each
+// map lives in a table region: process memory, or a shared file mapped read-only by
+// readers.
 #pragma once
 #include "Kor/Entity.h"
 #include "Lumo/EthAddr.h"
@@ -43,7 +44,8 @@ struct ArpValue {
 
 struct ArpEntry {
    ArpEntry() = default;
-   ArpEntry(const ArpKey& k, const Lumo::EthAddr& mac, std::uint8_t f = 0, std::uint8_t ef = 0)
+   ArpEntry(const ArpKey& k, const Lumo::EthAddr& mac, std::uint8_t f = 0,
+            std::uint8_t ef = 0)
        : key(k), ethAddr(mac), flags(f), extFlags(ef) {}
    ArpEntry(const ArpKey& k, const ArpValue& v)
        : key(k), ethAddr(v.ethAddr), flags(v.flags), extFlags(v.extFlags) {}
@@ -67,13 +69,15 @@ static_assert(std::is_trivially_copyable_v<ArpEntry>);
 
 // One of the two maps, with its own corruption reports.
 class ArpEntryMap {
- public:
+public:
    using Map = ::Table::FlatMap<ArpKey, ArpValue>;
 
-   ArpEntryMap(std::string name, Map map) : name_(std::move(name)), map_(std::move(map)) {}
+   ArpEntryMap(std::string name, Map map)
+       : name_(std::move(name)), map_(std::move(map)) {}
    ArpEntryMap(ArpEntryMap&& o) noexcept
        : name_(std::move(o.name_)), map_(std::move(o.map_)),
-         corruptions_(o.corruptions_.load()), lastCorruption_(std::move(o.lastCorruption_)) {}
+         corruptions_(o.corruptions_.load()),
+         lastCorruption_(std::move(o.lastCorruption_)) {}
 
    const std::string& name() const { return name_; }
 
@@ -102,7 +106,7 @@ class ArpEntryMap {
 
    const Map& map() const { return map_; }
 
- private:
+private:
    std::string name_;
    Map map_;
    mutable std::atomic<std::uint64_t> corruptions_{0};
@@ -110,7 +114,7 @@ class ArpEntryMap {
 };
 
 class Status : public Kor::Notifier {
- public:
+public:
    struct Capacity {
       std::uint64_t arpEntries = 1 << 16;
       std::uint64_t neighborEntries = 1 << 16;
@@ -138,7 +142,7 @@ class Status : public Kor::Notifier {
 
    const Kor::TypeInfo* typeData() const override;
 
- private:
+private:
    ArpEntryMap& mapFor(const Lumo::IpGenAddr& addr);
 
    std::string name_;

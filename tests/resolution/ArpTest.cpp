@@ -23,10 +23,14 @@ std::string scratchPath(const std::string& name) {
 }
 
 class ArpTableTest : public ::testing::Test {
- protected:
-   ArpTableTest() : table(Pelin::make<Arp::Table::Status>("arp", Arp::Table::Status::Capacity{64, 64})) {
-      table->entryIs(ArpEntry(ArpKey(intf("Ethernet1"), kRed, ip("10.0.0.2")), mac("02:00:00:00:00:02")));
-      table->entryIs(ArpEntry(ArpKey(intf("Ethernet1"), kRed, ip("2001:db8::2")), mac("02:00:00:00:00:06")));
+protected:
+   ArpTableTest()
+       : table(Pelin::make<Arp::Table::Status>("arp",
+                                               Arp::Table::Status::Capacity{64, 64})) {
+      table->entryIs(ArpEntry(ArpKey(intf("Ethernet1"), kRed, ip("10.0.0.2")),
+                              mac("02:00:00:00:00:02")));
+      table->entryIs(ArpEntry(ArpKey(intf("Ethernet1"), kRed, ip("2001:db8::2")),
+                              mac("02:00:00:00:00:06")));
    }
    Pelin::Ptr<Arp::Table::Status> table;
 };
@@ -79,15 +83,17 @@ TEST_F(ArpTableTest, DamagedRecordRaisesAndIsReportedPerMap) {
 TEST(ArpTableFile, ReadersSeeTheWritersEntries) {
    using Map = Arp::Table::ArpEntryMap::Map;
    std::string a = scratchPath("arp-v4"), n = scratchPath("arp-v6");
-   auto writer = Pelin::make<Arp::Table::Status>("w", Map::createFile(a, 16), Map::createFile(n, 16));
-   auto reader = Pelin::make<Arp::Table::Status>("r", Map::attachFile(a), Map::attachFile(n));
+   auto writer = Pelin::make<Arp::Table::Status>("w", Map::createFile(a, 16),
+                                                 Map::createFile(n, 16));
+   auto reader =
+       Pelin::make<Arp::Table::Status>("r", Map::attachFile(a), Map::attachFile(n));
    ArpKey k(intf("Ethernet2"), kBlue, ip("2001:db8::9"));
    writer->entryIs(ArpEntry(k, mac("02:00:00:00:00:09")));
    EXPECT_EQ(reader->neighborMap().find(k).ethAddr, mac("02:00:00:00:00:09"));
 }
 
 class ArpHelperTest : public ArpTableTest {
- protected:
+protected:
    Pelin::Ptr<Velt::ArpHelper> helper = Velt::arpHelperFactory(table);
 };
 
@@ -102,13 +108,17 @@ TEST_F(ArpHelperTest, EveryKeyPartMustMatch) {
    ASSERT_TRUE(v6);
    EXPECT_EQ(v6->mac(), mac("02:00:00:00:00:06"));
    // An address known only as IPv6 is not found as IPv4, and vice versa.
-   table->entryIs(ArpEntry(ArpKey(intf("Ethernet3"), kRed, ip("2001:db8::3")), mac("02:00:00:00:00:07")));
-   EXPECT_FALSE(helper->arpEntry(ArpKey(intf("Ethernet3"), kRed, ip("2001:db8::3"))).key.intfId.isValid());
-   EXPECT_TRUE(helper->neighborEntry(ArpKey(intf("Ethernet3"), kRed, ip("2001:db8::3"))).key.intfId.isValid());
+   table->entryIs(ArpEntry(ArpKey(intf("Ethernet3"), kRed, ip("2001:db8::3")),
+                           mac("02:00:00:00:00:07")));
+   EXPECT_FALSE(helper->arpEntry(ArpKey(intf("Ethernet3"), kRed, ip("2001:db8::3")))
+                    .key.intfId.isValid());
+   EXPECT_TRUE(helper->neighborEntry(ArpKey(intf("Ethernet3"), kRed, ip("2001:db8::3")))
+                   .key.intfId.isValid());
 }
 
 TEST_F(ArpHelperTest, PresentEntryResolvesWhateverItsMacAndFlags) {
-   table->entryIs(ArpEntry(ArpKey(intf("Ethernet4"), kRed, ip("10.0.4.2")), Lumo::EthAddr(), 1, 0));
+   table->entryIs(
+       ArpEntry(ArpKey(intf("Ethernet4"), kRed, ip("10.0.4.2")), Lumo::EthAddr(), 1, 0));
    auto r = helper->arpLookup(intf("Ethernet4"), ip("10.0.4.2"), kRed);
    ASSERT_TRUE(r);
    EXPECT_TRUE(r->mac().isZero());
@@ -123,7 +133,8 @@ TEST_F(ArpHelperTest, CorruptionIsReportedAndReadAsAMiss) {
    EXPECT_TRUE(ArpEntry::isEq(helper->arpEntry(k), ArpEntry()));
    EXPECT_EQ(table->arpMap().corruptionCount(), 2u);
    // Other keys of the map still resolve.
-   table->entryIs(ArpEntry(ArpKey(intf("Ethernet5"), kRed, ip("10.0.5.2")), mac("02:00:00:00:00:05")));
+   table->entryIs(ArpEntry(ArpKey(intf("Ethernet5"), kRed, ip("10.0.5.2")),
+                           mac("02:00:00:00:00:05")));
    EXPECT_TRUE(helper->arpLookup(intf("Ethernet5"), ip("10.0.5.2"), kRed));
 }
 
@@ -143,7 +154,7 @@ TEST(ArpHelperDeathTest, UnsetAddressIsAProgrammingError) {
 // ---- the handler ----
 
 class ArpLookupHandlerTest : public ArpHelperTest {
- protected:
+protected:
    void SetUp() override {
       counters = Pelin::make<VeltNamedCounters>();
       ctx = contextFor("red", 7, counters);
@@ -153,7 +164,8 @@ class ArpLookupHandlerTest : public ArpHelperTest {
    }
    void run() { handler->resolve(ctx, root, nh); }
 
-   Pelin::Ptr<Velt::ArpLookupHandler> handler = Pelin::make<Velt::EthernetArpResolver>(helper);
+   Pelin::Ptr<Velt::ArpLookupHandler> handler =
+       Pelin::make<Velt::EthernetArpResolver>(helper);
    Pelin::Ptr<VeltNamedCounters> counters;
    Pelin::Ptr<Velt::RoutingContext> ctx;
    Pelin::Ptr<Velt::ResolverVrfRoot> root;

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 #include <map>
+#include <set>
 
 namespace {
 
@@ -17,7 +18,7 @@ using Quarn::FibGen::Fec;
 using Quarn::FibGen::Via;
 
 class ViaToNeighbourStep : public Velt::NhrPipelineStep {
- public:
+public:
    explicit ViaToNeighbourStep(std::map<Lumo::IntfId, Lumo::EthAddr>* neighbours)
        : NhrPipelineStep("ViaToNeighbour", 10000), neighbours_(neighbours) {
       stopsByPriorityIs(true);
@@ -37,8 +38,16 @@ class ViaToNeighbourStep : public Velt::NhrPipelineStep {
    }
    int calls = 0;
 
- private:
+private:
    std::map<Lumo::IntfId, Lumo::EthAddr>* neighbours_;
+};
+
+// Vetoes the interfaces in `down`.
+class DownChecker : public Velt::IntfSuitabilityCheckerBase {
+public:
+   DownChecker() : IntfSuitabilityCheckerBase("Down") {}
+   bool isSuitable(Lumo::IntfId id) override { return !down.count(id); }
+   std::set<Lumo::IntfId> down;
 };
 
 Via gw(const char* intfName, std::uint32_t weight, const char* hop) {
@@ -46,15 +55,17 @@ Via gw(const char* intfName, std::uint32_t weight, const char* hop) {
 }
 
 class ForwardFecTest : public ::testing::Test {
- protected:
+protected:
    ForwardFecTest() {
       auto steps = Pelin::make<Velt::GenericPipelineSteps>(Velt::nhrPipelineName);
       step = Pelin::make<ViaToNeighbourStep>(&neighbours);
       steps->stepIs(step);
       auto roots = Velt::resolverVrfRootsFactory();
       root = roots->vrfRootIs("red", Vrf::VrfIdMap::VrfId(1), nullptr);
-      driver = Velt::routingNexthopResolverFactory(steps, Velt::nexthopResolversFactory(), roots);
-      suitability = Pelin::make<Velt::IntfSuitabilityHelper>();
+      driver = Velt::routingNexthopResolverFactory(steps, Velt::nexthopResolversFactory(),
+                                                   roots);
+      suitability = Velt::intfSuitabilityHelperFactory();
+      suitability->intfSuitabilityCheckerIs(checker);
       resolver = Velt::forwardFecTypeResolverFactory(driver.get(), nullptr);
       counters = Pelin::make<VeltNamedCounters>();
       neighbours[intf("Ethernet1")] = mac("02:00:00:00:00:01");
@@ -76,6 +87,7 @@ class ForwardFecTest : public ::testing::Test {
    Pelin::Ptr<ViaToNeighbourStep> step;
    Pelin::Ptr<Velt::ResolverVrfRoot> root;
    Pelin::Ptr<Velt::RoutingNexthopResolver> driver;
+   Pelin::Ptr<DownChecker> checker = Pelin::make<DownChecker>();
    Pelin::Ptr<Velt::IntfSuitabilityHelper> suitability;
    Pelin::Ptr<Velt::ForwardFecTypeResolver> resolver;
    Pelin::Ptr<VeltNamedCounters> counters;
@@ -83,7 +95,8 @@ class ForwardFecTest : public ::testing::Test {
 
 Fec fecOf(std::initializer_list<Via> vias, std::uint32_t backupIndex = 0) {
    Fec fec(FecId(AdjType::fibGenAdj, 9));
-   for (const Via& v : vias) fec.viaAppend(v);
+   for (const Via& v : vias)
+      fec.viaAppend(v);
    fec.backupViaIndexIs(backupIndex);
    return fec;
 }
@@ -100,15 +113,17 @@ TEST_F(ForwardFecTest, ConnectedRouteOnlySetsTheInterface) {
    }
    auto nh = run(fecOf({gw("Ethernet1", 1, "")}), 5);
    EXPECT_TRUE(nh->drop());
-   EXPECT_EQ(countOf(counters, "Drop", "No destination ip for connected route with fec {}"), 1u);
+   EXPECT_EQ(
+       countOf(counters, "Drop", "No destination ip for connected route with fec {}"),
+       1u);
 }
 
 TEST_F(ForwardFecTest, NotConnectedGoesThroughViaSelection) {
    Via tunnel(intf("Ethernet1"), 1, Lumo::IpGenAddr(), FecId(), 7);
    Fec loopOnly = fecOf({gw("Ethernet1", 1, "")});
    loopOnly.loopbackOnlyIs(true);
-   for (const Fec& fec : {fecOf({gw("Ethernet1", 1, "10.0.0.2")}), fecOf({tunnel}), loopOnly,
-                          fecOf({gw("", 1, "")})}) {
+   for (const Fec& fec : {fecOf({gw("Ethernet1", 1, "10.0.0.2")}), fecOf({tunnel}),
+                          loopOnly, fecOf({gw("", 1, "")})}) {
       auto nh = run(fec, 5, "10.0.0.9");
       EXPECT_TRUE(Via::isEq(nh->via(), fec.via(Quarn::Fib::ViaIndex(0))));
       EXPECT_EQ(nh->outputIntf(), Lumo::IntfId());
@@ -141,11 +156,13 @@ TEST_F(ForwardFecTest, WeightsSplitHashesAndSkipWeightZero) {
 
 TEST_F(ForwardFecTest, HashZeroTakesViaZeroWithoutPreResolution) {
    Fec fec = fecOf({gw("Ethernet1", 0, "10.0.1.2"), gw("Ethernet2", 5, "10.0.2.2"),
-                    gw("Ethernet3", 1, "10.0.3.2")}, 2);
+                    gw("Ethernet3", 1, "10.0.3.2")},
+                   2);
    auto nh = run(fec, 0);
    EXPECT_EQ(nh->via().intfId(), intf("Ethernet1"));
    EXPECT_EQ(countOf(counters, "Exceptional", "Hash is 0"), 1u);
-   EXPECT_EQ(countOf(counters, "Action", "Pre-resolving via as there is a backup via"), 0u);
+   EXPECT_EQ(countOf(counters, "Action", "Pre-resolving via as there is a backup via"),
+             0u);
    EXPECT_EQ(step->calls, 0);
    // Nothing to pick: the next hop is left alone on either path.
    for (std::uint32_t h : {0u, 3u}) {
@@ -158,33 +175,37 @@ TEST_F(ForwardFecTest, HashZeroTakesViaZeroWithoutPreResolution) {
 TEST_F(ForwardFecTest, BackupMakesThePrimaryResolveFirst) {
    // Via 2 is the backup; primaries Ethernet1 (weight 1) and Ethernet2 (weight 1).
    Fec fec = fecOf({gw("Ethernet1", 1, "10.0.1.2"), gw("Ethernet2", 1, "10.0.2.2"),
-                    gw("Ethernet3", 1, "10.0.3.2")}, 2);
+                    gw("Ethernet3", 1, "10.0.3.2")},
+                   2);
    auto nh = run(fec, 3); // pick 1: Ethernet2
    EXPECT_EQ(nh->outputIntf(), intf("Ethernet2"));
    EXPECT_EQ(nh->dstMac(), mac("02:00:00:00:00:02"));
    EXPECT_TRUE(Via::isEq(nh->via(), Via()));
    EXPECT_TRUE(nh->fullyResolved());
-   EXPECT_EQ(countOf(counters, "Action", "Pre-resolving via as there is a backup via"), 1u);
+   EXPECT_EQ(countOf(counters, "Action", "Pre-resolving via as there is a backup via"),
+             1u);
 
    // The chosen primary fails: the other one is re-selected over the remaining weight.
    neighbours.erase(intf("Ethernet2"));
    nh = run(fec, 3);
    EXPECT_EQ(nh->outputIntf(), intf("Ethernet1"));
-   EXPECT_EQ(countOf(counters, "Action", "Pre-resolving via as there is a backup via"), 3u);
+   EXPECT_EQ(countOf(counters, "Action", "Pre-resolving via as there is a backup via"),
+             3u);
 
    // Every primary fails: the backup via is handed on, unresolved.
    neighbours.erase(intf("Ethernet1"));
    nh = run(fec, 3);
    EXPECT_TRUE(Via::isEq(nh->via(), fec.via(Quarn::Fib::ViaIndex(2))));
    EXPECT_EQ(nh->outputIntf(), Lumo::IntfId());
-   EXPECT_EQ(countOf(counters, "Action", "Pre-resolving via as there is a backup via"), 5u);
+   EXPECT_EQ(countOf(counters, "Action", "Pre-resolving via as there is a backup via"),
+             5u);
 }
 
 TEST_F(ForwardFecTest, UnsuitablePrimaryCountsAsFailed) {
    resolver = Velt::forwardFecTypeResolverFactory(driver.get(), suitability);
    Fec fec = fecOf({gw("Ethernet1", 1, "10.0.1.2"), gw("Ethernet3", 1, "10.0.3.2")}, 1);
    EXPECT_EQ(run(fec, 8)->outputIntf(), intf("Ethernet1"));
-   suitability->bad.insert(intf("Ethernet1").value());
+   checker->down.insert(intf("Ethernet1"));
    auto nh = run(fec, 8);
    EXPECT_FALSE(nh->fullyResolved());
    EXPECT_EQ(nh->via().intfId(), intf("Ethernet3"));

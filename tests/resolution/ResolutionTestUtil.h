@@ -14,14 +14,21 @@
 
 namespace VeltTest {
 
-inline Lumo::IntfId intf(const char* name) { return Lumo::IntfId(name); }
-inline Lumo::IpGenAddr ip(const char* text) { return Lumo::IpGenAddr(text); }
-inline Lumo::EthAddr mac(const char* text) { return Lumo::EthAddr(text); }
+inline Lumo::IntfId intf(const char* name) {
+   return Lumo::IntfId(name);
+}
+inline Lumo::IpGenAddr ip(const char* text) {
+   return Lumo::IpGenAddr(text);
+}
+inline Lumo::EthAddr mac(const char* text) {
+   return Lumo::EthAddr(text);
+}
 
 // A routing context over a packet of hash `hash`, counting into `counters` when given.
 inline Pelin::Ptr<Velt::RoutingContext>
 contextFor(const char* vrf, std::uint32_t hash,
-           const Pelin::Ptr<VeltNamedCounters>& counters = nullptr, std::uint64_t id = 1) {
+           const Pelin::Ptr<VeltNamedCounters>& counters = nullptr,
+           std::uint64_t id = 1) {
    PacketContextBase base(id);
    base.countersIs(counters);
    auto pkt = Pelin::make<PacketContext>(base);
@@ -37,7 +44,8 @@ inline std::uint64_t countOf(const Pelin::Ptr<VeltNamedCounters>& c, const char*
 // Total of every count, to check that a path counted nothing.
 inline std::uint64_t totalCount(const Pelin::Ptr<VeltNamedCounters>& c) {
    std::uint64_t n = 0;
-   for (const auto& e : c->all()) n += e.count;
+   for (const auto& e : c->all())
+      n += e.count;
    return n;
 }
 
