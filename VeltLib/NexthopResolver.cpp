@@ -2,7 +2,10 @@
 
 #include "Lumo/FecIdIntfId.h"
 #include "Packet/PacketTrace.h"
+#include "VeltLib/IntfSuitabilityHelper.h"
 #include "VeltLib/Traces.h"
+
+#include <cstring>
 
 namespace Velt {
 
@@ -456,6 +459,251 @@ RoutingNexthopResolverIs(const Pelin::Ptr<GenericPipelineSteps>& steps,
 }
 
 // ---- built-in resolvers ----
+
+namespace {
+
+// Primary vias by index. Bounded by the FEC's via capacity, so it lives on the stack and
+// never touches the heap, whatever the FEC.
+class PrimaryVias {
+ public:
+   void append(std::uint16_t index) { index_[size_++] = index; }
+   void removeAt(std::uint32_t k) {
+      std::memmove(&index_[k], &index_[k + 1], (size_ - k - 1) * sizeof(index_[0]));
+      --size_;
+   }
+   void clear() { size_ = 0; }
+   std::uint32_t size() const { return size_; }
+   bool empty() const { return size_ == 0; }
+   std::uint16_t operator[](std::uint32_t k) const { return index_[k]; }
+
+ private:
+   std::uint32_t size_ = 0;
+   std::uint16_t index_[Quarn::FibGen::Fec::maxVias];
+};
+
+bool isConnected(const Quarn::FibGen::Via& via) {
+   const Lumo::IpGenAddr& hop = via.hop();
+   switch (hop.af()) {
+   case Lumo::AddressFamily::ipv4_: return hop.isAnyAddress();
+   case Lumo::AddressFamily::ipv6_: return hop.isUnspecified();
+   default: return true;
+   }
+}
+
+} // namespace
+
+ArpLookupHandler::ArpLookupHandler(std::uint8_t interfaceType,
+                                   const Pelin::Ptr<ArpHelper>& arpHelper)
+    : InterfaceResolver("ArpLookup", interfaceType), arpHelper_(arpHelper) {}
+
+void ArpLookupHandler::resolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                               const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
+                               const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   const RoutingContext& ctx = *rCtx;
+   RoutingNexthop& nh = *nexthop;
+   if (nh.outputIntf() == Lumo::IntfId()) {
+      ctx.count("Exceptional", kComponent, "No output interface for arp");
+      VELT_PKT_TRACE(nhResolverTrace(), 3, ctx, "No output interface for arp");
+      nh.dropIs(true);
+      return;
+   }
+   if (!nh.dstMac().isZero()) {
+      // Resolving a next hop that already has its MAC is an inconsistency: dropped, on
+      // purpose, rather than passed on.
+      VELT_PKT_TRACE(nhResolverTrace(), 3, ctx, "Output mac already set {}", nh.dstMac());
+      nh.dropIs(true);
+      return;
+   }
+   if (nh.dstIp() == Lumo::IpGenAddr()) {
+      ctx.count("Exceptional", kComponent, "No destination ip for arp");
+      VELT_PKT_TRACE(nhResolverTrace(), 3, ctx, "No destination ip for arp");
+      nh.dropIs(true);
+      return;
+   }
+   ArpResult::Ptr result = arpHelper_->arpLookup(nh.outputIntf(), nh.dstIp(), vrfRoot->vrfId());
+   if (result) {
+      nh.dstMacIs(result->mac());
+      VELT_PKT_TRACE(nhResolverTrace(), 3, ctx, "Arp resolved in vrf {} ip {} intf {} to {}",
+                     vrfRoot->vrfName().view(), nh.dstIp(), nh.outputIntf(), result->mac());
+      return;
+   }
+   switch (static_cast<std::uint8_t>(nh.arpLookupFailAction())) {
+   case static_cast<std::uint8_t>(ArpLookupFailAction::trapTraceCount):
+      VELT_PKT_TRACE(nhResolverTrace(), 3, ctx, "Arp did not resolve in vrf {} ip {} intf {}",
+                     vrfRoot->vrfName().view(), nh.dstIp(), nh.outputIntf());
+      nh.setCpuTrapNexthop();
+      nh.kernelHandlesPacketIs(true);
+      break;
+   case static_cast<std::uint8_t>(ArpLookupFailAction::dropTraceCount):
+      ctx.count("Drop", kComponent,
+                "Arp did not resolve, and nexthop is set to drop when this happens");
+      VELT_PKT_TRACE(nhResolverTrace(), 3, ctx,
+                     "Arp did not resolve, and nexthop is set to drop when this happens");
+      nh.dropIs(true);
+      break;
+   case static_cast<std::uint8_t>(ArpLookupFailAction::silentlyIgnore):
+      nh.dropIs(true);
+      break;
+   default:
+      // Unknown actions leave the next hop unresolved for the driver to judge.
+      break;
+   }
+}
+
+const Kor::TypeInfo* ArpLookupHandler::typeData() const {
+   using H = ArpLookupHandler;
+   using Name = const Pelin::String& (H::*)() const;
+   using Key = std::uint8_t (H::*)() const;
+   static const Kor::TypeInfo info = Kor::TypeBuilder<H>("Velt::ArpLookupHandler")
+                                         .value("name", static_cast<Name>(&H::name))
+                                         .value("type", static_cast<Key>(&H::type))
+                                         .node("arpHelper", &H::arpHelper)
+                                         .build();
+   return &info;
+}
+
+ForwardFecTypeResolver::ForwardFecTypeResolver(
+    RoutingNexthopResolver* nexthopResolver,
+    const Pelin::Ptr<IntfSuitabilityHelper>& intfSuitabilityHelper)
+    : FecTypeResolver("Forward", Quarn::FibGen::FecType::forward),
+      nexthopResolver_(nexthopResolver), intfSuitabilityHelper_(intfSuitabilityHelper) {}
+
+ForwardFecTypeResolver::~ForwardFecTypeResolver() = default;
+
+void ForwardFecTypeResolver::resolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                                     const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
+                                     const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   const Quarn::FibGen::Fec& fec = nexthop->fec();
+   if (fec.viaCount() != 1) return resolveUcmp(rCtx, vrfRoot, nexthop);
+   const Quarn::FibGen::Via& via = fec.via(Quarn::Fib::ViaIndex(0));
+   if (fec.loopbackOnly() && !Lumo::LoopbackIntfId::isLoopbackIntfId(via.intfId())) {
+      return resolveUcmp(rCtx, vrfRoot, nexthop);
+   }
+   if (!isConnected(via) || via.intfId() == Lumo::IntfId() || via.tunnelId() != 0) {
+      return resolveUcmp(rCtx, vrfRoot, nexthop);
+   }
+   // Connected: the packet's own destination is the neighbour; the interface step and
+   // the ARP handler finish the next hop from here.
+   if (nexthop->dstIp() != Lumo::IpGenAddr()) {
+      nexthop->outputIntfIs(via.intfId());
+      return;
+   }
+   rCtx->count("Drop", kComponent, "No destination ip for connected route with fec {}");
+   VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "No destination ip for connected route with fec {}",
+                  fec.fecId());
+   nexthop->dropIs(true);
+}
+
+void ForwardFecTypeResolver::resolveUcmp(const Pelin::Ptr<RoutingContext>& rCtx,
+                                         const Pelin::Ptr<ResolverVrfRoot const>&,
+                                         const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   // The next hop's own FEC is read in place: pre-resolution works on a temporary next
+   // hop, so nothing rewrites this one's FEC meanwhile.
+   const Quarn::FibGen::Fec& fec = nexthop->fec();
+   const std::uint32_t backupIndex = fec.backupViaIndex();
+   PrimaryVias primaries;
+   Quarn::FibGen::Via backup;
+   std::uint64_t totalWeight = 0;
+   const std::uint32_t viaCount = fec.viaCount();
+   for (std::uint32_t i = 0; i < viaCount; ++i) {
+      const Quarn::FibGen::Via& via = fec.via(Quarn::Fib::ViaIndex(i));
+      if (backupIndex != 0 && i == backupIndex) {
+         backup = via;
+         continue;
+      }
+      primaries.append(static_cast<std::uint16_t>(i));
+      totalWeight += via.weight();
+   }
+
+   const std::uint32_t hash = rCtx->pktCtx() ? rCtx->pktCtx()->hash() : 0;
+   if (hash == 0) {
+      rCtx->count("Exceptional", kComponent, "Hash is 0");
+      VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Hash is 0");
+      if (viaCount > 0) nexthop->viaIs(fec.via(Quarn::Fib::ViaIndex(0)));
+      return;
+   }
+
+   const bool hasBackup = !Quarn::FibGen::Via::isEq(backup, Quarn::FibGen::Via());
+   bool committed = false;
+   while (!primaries.empty() && !committed) {
+      if (totalWeight == 0) {
+         // Only weight-0 vias are left: none of them can be picked.
+         primaries.clear();
+         break;
+      }
+      std::uint64_t pick = hash % totalWeight;
+      VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, " pktHash/totalWeight is {} / {}", pick,
+                     totalWeight);
+      std::uint32_t k = 0;
+      for (;;) {
+         const std::uint32_t w = fec.via(Quarn::Fib::ViaIndex(primaries[k])).weight();
+         if (w > pick) break;
+         pick -= w;
+         ++k;
+      }
+      const Quarn::FibGen::Via& chosen = fec.via(Quarn::Fib::ViaIndex(primaries[k]));
+      if (!hasBackup) {
+         nexthop->viaIs(chosen);
+         committed = true;
+         break;
+      }
+      rCtx->count("Action", kComponent, "Pre-resolving via as there is a backup via");
+      VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Pre-resolving via as there is a backup via");
+      if (preResolve(rCtx, chosen, nexthop)) {
+         committed = true;
+         break;
+      }
+      totalWeight -= chosen.weight();
+      primaries.removeAt(k);
+   }
+   if (primaries.empty() && hasBackup) {
+      VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Using backup via");
+      nexthop->viaIs(backup);
+   }
+}
+
+bool ForwardFecTypeResolver::preResolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                                        const Quarn::FibGen::Via& via,
+                                        const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   Pelin::Ptr<RoutingNexthop> temp = routingNexthopFactory(Lumo::IntfId());
+   temp->viaIs(via);
+   // An unknown neighbour must show as "not resolved", not trap the packet.
+   temp->arpLookupFailActionIs(ArpLookupFailAction::silentlyIgnore);
+   nexthopResolver_->resolve(rCtx, temp);
+   if (!temp->fullyResolved()) return false;
+   if (intfSuitabilityHelper_ && !intfSuitabilityHelper_->isSuitable(temp->outputIntf())) {
+      return false;
+   }
+   if (temp->rewrites()) nexthop->rewritesIs()->copyFrom(temp->rewrites());
+   nexthop->outputIntfIs(temp->outputIntf());
+   nexthop->dstMacIs(temp->dstMac());
+   return true;
+}
+
+const Kor::TypeInfo* ForwardFecTypeResolver::typeData() const {
+   using F = ForwardFecTypeResolver;
+   using Name = const Pelin::String& (F::*)() const;
+   using Key = std::uint8_t (F::*)() const;
+   static const Kor::TypeInfo info = Kor::TypeBuilder<F>("Velt::ForwardFecTypeResolver")
+                                         .value("name", static_cast<Name>(&F::name))
+                                         .value("fecType", static_cast<Key>(&F::fecType))
+                                         .node("intfSuitabilityHelper",
+                                               &F::intfSuitabilityHelper)
+                                         .build();
+   return &info;
+}
+
+Pelin::Ptr<ForwardFecTypeResolver>
+forwardFecTypeResolverFactory(RoutingNexthopResolver* nexthopResolver,
+                              const Pelin::Ptr<IntfSuitabilityHelper>& intfSuitabilityHelper) {
+   return Pelin::make<ForwardFecTypeResolver>(nexthopResolver, intfSuitabilityHelper);
+}
+
+Pelin::Ptr<ForwardFecTypeResolver>
+ForwardFecTypeResolverIs(RoutingNexthopResolver* nexthopResolver,
+                         const Pelin::Ptr<IntfSuitabilityHelper>& intfSuitabilityHelper) {
+   return forwardFecTypeResolverFactory(nexthopResolver, intfSuitabilityHelper);
+}
 
 // ---- end of built-in resolvers ----
 

@@ -4,6 +4,7 @@
 #pragma once
 #include "L3/IntfStatusDir.h"
 #include "Pipeline/GenericPipeline.h"
+#include "VeltLib/ArpHelper.h"
 #include "VeltLib/NexthopResolverTypes.h"
 #include "VeltLib/ResolverVrfRoot.h"
 
@@ -260,6 +261,74 @@ void resolveNexthopsWork(const Pelin::Ptr<RoutingContext>& ctx,
                          const Pelin::Ptr<RoutingNexthopResolver>& resolver, int counter);
 
 // ---- built-in resolvers ----
+
+class IntfSuitabilityHelper;
+
+// Finishes a next hop on an interface: writes the neighbour's MAC for (output interface,
+// destination IP, VRF), or applies the next hop's ArpLookupFailAction on a miss.
+class ArpLookupHandler : public InterfaceResolver {
+ public:
+   ArpLookupHandler(std::uint8_t interfaceType, const Pelin::Ptr<ArpHelper>& arpHelper);
+
+   const Pelin::Ptr<ArpHelper>& arpHelper() const { return arpHelper_; }
+
+   void resolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
+                const Pelin::Ptr<RoutingNexthop>& nexthop) override;
+
+   const Kor::TypeInfo* typeData() const override;
+
+ private:
+   Pelin::Ptr<ArpHelper> arpHelper_;
+};
+
+// The default interface resolver, registered under interface type 0.
+class EthernetArpResolver : public ArpLookupHandler {
+ public:
+   explicit EthernetArpResolver(const Pelin::Ptr<ArpHelper>& arpHelper)
+       : ArpLookupHandler(0, arpHelper) {}
+};
+
+// Forwarding FECs (FEC type 0): finishes connected routes at once, otherwise picks a via
+// by packet hash in proportion to the vias' weights. With a backup via, the chosen primary
+// is resolved completely first so that a failing one can be replaced.
+class ForwardFecTypeResolver : public FecTypeResolver {
+ public:
+   // `nexthopResolver` is not counted: the driver outlives its resolvers.
+   ForwardFecTypeResolver(RoutingNexthopResolver* nexthopResolver,
+                          const Pelin::Ptr<IntfSuitabilityHelper>& intfSuitabilityHelper);
+   ~ForwardFecTypeResolver() override;
+
+   RoutingNexthopResolver* nexthopResolver() const { return nexthopResolver_; }
+   const Pelin::Ptr<IntfSuitabilityHelper>& intfSuitabilityHelper() const {
+      return intfSuitabilityHelper_;
+   }
+
+   void resolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
+                const Pelin::Ptr<RoutingNexthop>& nexthop) override;
+   void resolveUcmp(const Pelin::Ptr<RoutingContext>& rCtx,
+                    const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
+                    const Pelin::Ptr<RoutingNexthop>& nexthop);
+
+   const Kor::TypeInfo* typeData() const override;
+
+ private:
+   // Resolves `via` on a temporary next hop; true when it is usable, with its result
+   // copied into `nexthop`.
+   bool preResolve(const Pelin::Ptr<RoutingContext>& rCtx, const Quarn::FibGen::Via& via,
+                   const Pelin::Ptr<RoutingNexthop>& nexthop);
+
+   RoutingNexthopResolver* nexthopResolver_;
+   Pelin::Ptr<IntfSuitabilityHelper> intfSuitabilityHelper_;
+};
+
+Pelin::Ptr<ForwardFecTypeResolver>
+forwardFecTypeResolverFactory(RoutingNexthopResolver* nexthopResolver,
+                              const Pelin::Ptr<IntfSuitabilityHelper>& intfSuitabilityHelper);
+Pelin::Ptr<ForwardFecTypeResolver>
+ForwardFecTypeResolverIs(RoutingNexthopResolver* nexthopResolver,
+                         const Pelin::Ptr<IntfSuitabilityHelper>& intfSuitabilityHelper);
 
 // ---- end of built-in resolvers ----
 

@@ -1,0 +1,85 @@
+#include "VeltLib/ArpHelper.h"
+
+#include "Pelin/Assert.h"
+#include "Pelin/Exception.h"
+
+namespace Velt {
+
+namespace {
+
+using Arp::Table::ArpEntry;
+using Arp::Table::ArpEntryMap;
+
+// IPv4 first; anything that is not IPv4 must be IPv6. Checked even without a table.
+bool isIpv4(const Lumo::IpGenAddr& nexthop) {
+   if (nexthop.af() == Lumo::AddressFamily::ipv4_) return true;
+   // The assertion stays on line 18 of this file: crash reports are matched by
+   // its place.
+   VELT_ASSERT(nexthop.af() == Lumo::AddressFamily::ipv6_);
+   return false;
+}
+
+// A damaged map is reported and read as a miss, so the helper stays usable.
+ArpEntry findOrReport(const ArpEntryMap& map, const Arp::Table::ArpKey& key) {
+   try {
+      return map.find(key);
+   } catch (const Pelin::CorruptionDetectedException& e) {
+      map.doCorruptionDetected(e.what());
+      return ArpEntry();
+   }
+}
+
+} // namespace
+
+const Kor::TypeInfo* ArpResult::typeData() const {
+   static const Kor::TypeInfo info = Kor::TypeBuilder<ArpResult>("Velt::ArpResult")
+                                         .value("mac", &ArpResult::mac)
+                                         .build();
+   return &info;
+}
+
+ArpResult::Ptr arpResultFactory(const Lumo::EthAddr& mac) {
+   return Pelin::make<ArpResult>(mac);
+}
+ArpResult::Ptr ArpResultIs(const Lumo::EthAddr& mac) {
+   return arpResultFactory(mac);
+}
+
+ArpHelper::ArpHelper(const Pelin::Ptr<Arp::Table::Status const>& table) : table_(table) {}
+
+ArpEntry ArpHelper::arpEntry(const Arp::Table::ArpKey& key) const {
+   return table_ ? findOrReport(table_->arpMap(), key) : ArpEntry();
+}
+
+ArpEntry ArpHelper::neighborEntry(const Arp::Table::ArpKey& key) const {
+   return table_ ? findOrReport(table_->neighborMap(), key) : ArpEntry();
+}
+
+ArpResult::Ptr ArpHelper::arpLookup(Lumo::IntfId outputIntf,
+                                    const Lumo::IpGenAddr& nexthop,
+                                    Vrf::VrfIdMap::VrfId vrfId) const {
+   const bool v4 = isIpv4(nexthop);
+   if (!table_) return nullptr;
+   const ArpEntryMap& map = v4 ? table_->arpMap() : table_->neighborMap();
+   ArpEntry found = findOrReport(map, Arp::Table::ArpKey(outputIntf, vrfId, nexthop));
+   // An entry equal to the default in every field is indistinguishable from a miss.
+   if (ArpEntry::isEq(found, ArpEntry())) return nullptr;
+   return arpResultFactory(found.ethAddr);
+}
+
+const Kor::TypeInfo* ArpHelper::typeData() const {
+   static const Kor::TypeInfo info = Kor::TypeBuilder<ArpHelper>("Velt::ArpHelper")
+                                         .node("table", &ArpHelper::table)
+                                         .build();
+   return &info;
+}
+
+Pelin::Ptr<ArpHelper>
+arpHelperFactory(const Pelin::Ptr<Arp::Table::Status const>& table) {
+   return Pelin::make<ArpHelper>(table);
+}
+Pelin::Ptr<ArpHelper> ArpHelperIs(const Pelin::Ptr<Arp::Table::Status const>& table) {
+   return arpHelperFactory(table);
+}
+
+} // namespace Velt

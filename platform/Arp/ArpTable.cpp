@@ -1,0 +1,72 @@
+#include "Arp/ArpTable.h"
+
+#include "Kor/TypeInfo.h"
+
+#include <fmt/format.h>
+
+namespace Arp::Table {
+
+namespace {
+
+ArpEntryMap::Map anonymousMap(std::uint64_t capacity) {
+   return ArpEntryMap::Map(capacity);
+}
+
+} // namespace
+
+void ArpEntryMap::doCorruptionDetected(const std::string& message) const {
+   corruptions_.fetch_add(1);
+   lastCorruption_ = message;
+}
+
+Status::Status(const std::string& name) : Status(name, Capacity()) {}
+
+Status::Status(const std::string& name, const Capacity& c)
+    : Status(name, anonymousMap(c.arpEntries), anonymousMap(c.neighborEntries)) {}
+
+Status::Status(const std::string& name, ArpEntryMap::Map arp, ArpEntryMap::Map neighbor)
+    : name_(name), arp_(name + "/arp", std::move(arp)),
+      neighbor_(name + "/neighbor", std::move(neighbor)) {}
+
+ArpEntryMap& Status::mapFor(const Lumo::IpGenAddr& addr) {
+   if (addr.af() == Lumo::AddressFamily::ipv4_) return arp_;
+   if (addr.af() == Lumo::AddressFamily::ipv6_) return neighbor_;
+   throw Pelin::RangeException("a neighbour entry needs an IPv4 or IPv6 address");
+}
+
+void Status::entryIs(const ArpEntry& entry) {
+   mapFor(entry.key.addr).entryIs(entry);
+}
+
+bool Status::entryDel(const ArpKey& key) {
+   return mapFor(key.addr).entryDel(key);
+}
+
+const Kor::TypeInfo* Status::typeData() const {
+   static const Kor::TypeInfo info =
+       Kor::TypeBuilder<Status>("Arp::Table::Status")
+           .value("name", &Status::name)
+           .value("arpEntryCount", &Status::arpEntryCount)
+           .value("neighborEntryCount", &Status::neighborEntryCount)
+           .build();
+   return &info;
+}
+
+Pelin::Ptr<Status> statusFactory(const std::string& name) {
+   return Pelin::make<Status>(name);
+}
+Pelin::Ptr<Status> StatusIs(const std::string& name) {
+   return statusFactory(name);
+}
+
+} // namespace Arp::Table
+
+std::string Kor::ValueText<Arp::Table::ArpKey>::print(const Arp::Table::ArpKey& k) {
+   return fmt::format("{{intfId={}, vrfId={}, addr={}}}", Kor::toText(k.intfId),
+                      Kor::toText(k.vrfId), Kor::toText(k.addr));
+}
+
+std::string Kor::ValueText<Arp::Table::ArpEntry>::print(const Arp::Table::ArpEntry& e) {
+   return fmt::format("{{key={}, ethAddr={}, flags={}, extFlags={}}}", Kor::toText(e.key),
+                      Kor::toText(e.ethAddr), e.flags, e.extFlags);
+}
