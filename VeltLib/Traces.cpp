@@ -17,4 +17,9 @@ const Trace::Handle& vrfTrace() {
    return h;
 }
 
+const Trace::Handle& nhrPluginTrace() {
+   static const Trace::Handle h("Velt::NhrPlugin");
+   return h;
+}
+
 } // namespace Velt

@@ -7,5 +7,6 @@ namespace Velt {
 const Trace::Handle& nhResolverTrace(); // "Velt::NHResolver": resolution
 const Trace::Handle& routingTrace();    // "Velt::Routing": the next-hop records
 const Trace::Handle& vrfTrace();        // "Velt::Vrf": the VRF root state machine
+const Trace::Handle& nhrPluginTrace();  // "Velt::NhrPlugin": plugin start-up
 
 } // namespace Velt
