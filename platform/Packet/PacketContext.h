@@ -3,11 +3,15 @@
 // hash. Both live in the global namespace, as the routing context derives from the base.
 #pragma once
 #include "Counters/VeltNamedCounters.h"
+#include "Lumo/IntfId.h"
 #include "Packet/Pkt.h"
 #include "Pelin/Ptr.h"
 
 #include <cstdint>
 #include <string>
+
+class PacketHasher;
+class PacketParser;
 
 class PacketContextBase : public Pelin::Node {
  public:
@@ -39,6 +43,10 @@ class PacketContext : public PacketContextBase {
  public:
    // Copies the base's fields.
    explicit PacketContext(const PacketContextBase& base) : PacketContextBase(base) {}
+   // Placeholder until the packet parser lands: the input interface and hasher are unused.
+   PacketContext(const PacketContextBase& base, Lumo::IntfId, const Pelin::Ptr<PacketHasher>&)
+       : PacketContextBase(base) {}
+   void initializeParsedPkt(const Pelin::Ptr<PacketParser>&) {}
 
    // 0 means the packet has no hash.
    std::uint32_t hash() const { return hash_; }
