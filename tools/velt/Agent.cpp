@@ -53,6 +53,11 @@ void Agent::placeState() {
    em_->entityIs(Wexa::Paths::vrfStatusGlobal, global_);
    em_->entityIs(Wexa::Paths::vrfStatusLocal, local_);
    em_->entityIs(Wexa::Paths::vrfNameToIdMap, idsWrapper_);
+   // What the builtins plugin mounts before it wires the steps.
+   em_->mountFileInfo().profileIs(
+       {"Velt-NhrPlugin-builtins",
+        {{Wexa::Paths::l3IntfStatus, "L3::Intf::StatusDir", {}},
+         {Wexa::Paths::ethIntfStatus, "Interface::EthIntfStatusDir", {}}}});
 }
 
 bool Agent::hasVrf(const std::string& vrf) const {
