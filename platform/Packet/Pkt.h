@@ -16,6 +16,8 @@ class Pkt : public Pelin::Node {
    const std::vector<std::uint8_t>& bytes() const { return bytes_; }
    std::size_t size() const { return bytes_.size(); }
    void bytesIs(std::vector<std::uint8_t> bytes) { bytes_ = std::move(bytes); }
+   // Copies `len` bytes in, reusing the buffer: a replayed packet costs no allocation.
+   void bytesAssign(const std::uint8_t* data, std::size_t len) { bytes_.assign(data, data + len); }
 
  private:
    std::vector<std::uint8_t> bytes_;

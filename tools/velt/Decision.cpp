@@ -1,0 +1,94 @@
+#include "Decision.h"
+
+#include "NodeJson.h"
+#include "VeltLib/RoutingRewriteInfoTypes.h"
+
+#include <fmt/format.h>
+
+namespace Velt::Tool {
+
+const char* kindName(DecisionKind kind) {
+   switch (kind) {
+   case DecisionKind::forwarded: return "forwarded";
+   case DecisionKind::received: return "received";
+   case DecisionKind::trapped: return "trapped";
+   case DecisionKind::dropped: return "dropped";
+   }
+   return "?";
+}
+
+namespace {
+
+DecisionKind kindOf(const RoutingNexthop& nh) {
+   if (nh.drop()) return DecisionKind::dropped;
+   if (nh.toMe()) return DecisionKind::received;
+   if (nh.outputIntf().isCpu()) return DecisionKind::trapped;
+   if (nh.fullyResolved()) return DecisionKind::forwarded;
+   return DecisionKind::dropped;
+}
+
+} // namespace
+
+Decision decisionOf(const RoutingNexthop& nh, std::string target, std::string vrf,
+                    std::vector<VeltNamedCounters::Entry> counts) {
+   Decision d;
+   d.target = std::move(target);
+   d.vrf = std::move(vrf);
+   d.kind = kindOf(nh);
+   d.endVrf = nh.vrf().str();
+   d.outputIntf = nh.outputIntf();
+   d.dstMac = nh.dstMac();
+   d.dstIp = nh.dstIp();
+   if (nh.route() != Lumo::IpGenPrefix()) d.route = fmt::format("{}", nh.route());
+   if (nh.fec().fecId() != Quarn::Fib::FecId()) d.fec = fmt::format("{}", nh.fec().fecId());
+   d.kernelHandlesPacket = nh.kernelHandlesPacket();
+   if (nh.rewrites()) {
+      for (const auto& r : nh.rewrites()->rewriteInfo()) d.rewrites.push_back(nodeLine(*r));
+   }
+   d.counts = std::move(counts);
+   return d;
+}
+
+std::string decisionText(const Decision& d) {
+   std::string out = fmt::format("{} in {}: {}", d.target, d.vrf, kindName(d.kind));
+   if (d.kind == DecisionKind::forwarded) {
+      out += fmt::format(" via {} to {}", d.outputIntf, d.dstMac);
+   }
+   if (d.kind == DecisionKind::trapped) {
+      out += d.kernelHandlesPacket ? " (kernel handles it)" : " (kernel does not handle it)";
+   }
+   out += "\n";
+   if (!d.endVrf.empty() && d.endVrf != d.vrf) out += fmt::format("  ended in vrf {}\n", d.endVrf);
+   if (!d.route.empty()) out += fmt::format("  route {}\n", d.route);
+   if (!d.fec.empty()) out += fmt::format("  fec {}\n", d.fec);
+   if (d.dstIp != Lumo::IpGenAddr()) out += fmt::format("  next hop {}\n", d.dstIp);
+   for (const auto& r : d.rewrites) out += fmt::format("  rewrite {}\n", r);
+   for (const auto& c : d.counts) {
+      out += fmt::format("  count {} \"{}\" {}\n", c.category, c.text, c.count);
+   }
+   return out;
+}
+
+nlohmann::json decisionJson(const Decision& d) {
+   nlohmann::json j;
+   j["target"] = d.target;
+   j["vrf"] = d.vrf;
+   j["decision"] = kindName(d.kind);
+   j["endVrf"] = d.endVrf.empty() ? d.vrf : d.endVrf;
+   j["outputInterface"] = d.outputIntf.isValid() ? fmt::format("{}", d.outputIntf) : "";
+   j["dstMac"] = fmt::format("{}", d.dstMac);
+   j["nextHop"] = d.dstIp != Lumo::IpGenAddr() ? fmt::format("{}", d.dstIp) : "";
+   j["route"] = d.route;
+   j["fec"] = d.fec;
+   j["kernelHandlesPacket"] = d.kernelHandlesPacket;
+   j["rewrites"] = d.rewrites;
+   nlohmann::json counts = nlohmann::json::array();
+   for (const auto& c : d.counts) {
+      counts.push_back({{"category", c.category}, {"component", c.component},
+                        {"text", c.text}, {"count", c.count}});
+   }
+   j["counts"] = std::move(counts);
+   return j;
+}
+
+} // namespace Velt::Tool
