@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <utility>
 
 namespace Plugin::Impl {
 
@@ -27,9 +28,9 @@ std::map<std::string, void*>& openLibraries() {
    return *libraries;
 }
 
-// Libraries whose entry point has run, by canonical path.
-std::set<std::string>& ranEntryPoints() {
-   static std::set<std::string> ran;
+// Entry points that have run, by canonical path of their library and symbol name.
+std::set<std::pair<std::string, std::string>>& ranEntryPoints() {
+   static std::set<std::pair<std::string, std::string>> ran;
    return ran;
 }
 
@@ -154,7 +155,10 @@ std::vector<std::string> candidateFiles(const std::vector<std::string>& dirs,
    return files;
 }
 
-bool loaded(const std::string& file) { return ranEntryPoints().count(canonical(file)) != 0; }
+bool loaded(const std::string& file, const std::string& entryPoint) {
+   const std::string entryName = entryPoint.empty() ? defaultEntryPoint : entryPoint;
+   return ranEntryPoints().count({canonical(file), entryName}) != 0;
+}
 
 void loadedDelAll() { ranEntryPoints().clear(); }
 
@@ -186,7 +190,7 @@ std::vector<std::string> LoaderImpl::loadPlugins(const std::string& dirName,
                                 (candidates.empty() ? std::string("nothing (empty search path)")
                                                     : joined(candidates)));
       }
-      if (ranEntryPoints().count(f.file)) continue;
+      if (ranEntryPoints().count({f.file, entryName})) continue;
       bool listed = false;
       for (const Found& other : found) listed = listed || other.file == f.file;
       if (!listed) found.push_back(std::move(f));
@@ -221,7 +225,7 @@ std::vector<std::string> LoaderImpl::loadPlugins(const std::string& dirName,
          throw Pelin::Exception("plugin " + inQuotes(f.name) + ": " + entryName + " of " +
                                 f.file + " failed: " + e.what());
       }
-      ranEntryPoints().insert(f.file);
+      ranEntryPoints().insert({f.file, entryName});
       ran.push_back(f.name);
       pluginNameIs({});
    }

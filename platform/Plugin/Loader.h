@@ -31,8 +31,9 @@ class LoaderImpl : public Pelin::Node {
    // Opens the libraries of the plugins named in `pluginsToLoad` from the folder `dirName`
    // of each directory of the search path and runs their entry point (`entryPoint`, or
    // veltPluginInit when empty), in list order. Every name is checked and every library
-   // found before any is opened. A library whose entry point has run is skipped. Errors
-   // raise Pelin::Exception naming the plugin. Returns the plugins whose entry point ran.
+   // found before any is opened. A library whose entry point has already run is skipped.
+   // Errors raise Pelin::Exception naming the plugin. Returns the plugins whose entry point
+   // ran. Loading from inside an entry point aborts.
    std::vector<std::string> loadPlugins(const std::string& dirName,
                                         const std::string& pluginsToLoad,
                                         const std::string& path, const std::string& entryPoint);
@@ -53,8 +54,9 @@ std::string defaultPluginDir();
 // Libraries that a plugin of `name` may be in, in the order they are tried.
 std::vector<std::string> candidateFiles(const std::vector<std::string>& dirs,
                                         const std::string& dirName, const std::string& name);
-// Whether the entry point of the library at `file` has run in this process.
-bool loaded(const std::string& file);
+// Whether the entry point (veltPluginInit when empty) of the library at `file` has run in
+// this process.
+bool loaded(const std::string& file, const std::string& entryPoint = {});
 // Forgets which entry points ran, so that a test can load its plugins afresh. The
 // libraries stay open: objects they made may still be alive.
 void loadedDelAll();
