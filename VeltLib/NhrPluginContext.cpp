@@ -1,7 +1,5 @@
 #include "VeltLib/NhrPluginContext.h"
 
-#include "VeltLib/IntfSuitabilityHelper.h"
-#include "VeltLib/NexthopResolver.h"
 #include "VeltLib/NhrPluginBase.h"
 
 namespace Velt {
@@ -18,9 +16,6 @@ NhrPluginContext::NhrPluginContext(
       resolverSteps_(resolverSteps), noIpRouteFallbackPipeline_(noIpRouteFallbackPipeline),
       noIpRouteFallbackSteps_(noIpRouteFallbackSteps), nhrPlugins_(nhrPlugins),
       intfSuitabilityHelper_(intfSuitabilityHelper) {}
-
-// Out of line: the members' types are complete only here.
-NhrPluginContext::~NhrPluginContext() = default;
 
 const Kor::TypeInfo* NhrPluginContext::typeData() const {
    using C = NhrPluginContext;

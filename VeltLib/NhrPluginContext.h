@@ -5,14 +5,14 @@
 #include "Kor/TypeInfo.h"
 #include "Pelin/Ptr.h"
 #include "Pipeline/GenericPipeline.h"
+#include "VeltLib/IntfSuitabilityHelper.h"
+#include "VeltLib/NexthopResolver.h"
+#include "VeltLib/NexthopResolverTypes.h"
 #include "Wexa/EntityManager.h"
 
 namespace Velt {
 
-class IntfSuitabilityHelper;
-class NexthopResolvers;
 class NhrPlugins;
-class RoutingNexthopResolver;
 
 class NhrPluginContext : public Pelin::Node {
  public:
@@ -24,7 +24,6 @@ class NhrPluginContext : public Pelin::Node {
                     const Pelin::Ptr<GenericPipelineSteps>& noIpRouteFallbackSteps,
                     NhrPlugins* nhrPlugins,
                     const Pelin::Ptr<IntfSuitabilityHelper>& intfSuitabilityHelper);
-   ~NhrPluginContext() override;
 
    // Null when the resolver runs without a state database (tests).
    const Pelin::Ptr<Wexa::EntityManager>& entityManager() const { return entityManager_; }
