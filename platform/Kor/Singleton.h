@@ -1,5 +1,6 @@
 // Process-wide objects found by name: Kor::singleton<T>("Velt::X") returns the one object
-// registered under that name, making it with Pelin::make<T>(name) the first time.
+// registered under that name, making it with Pelin::make<T>(name) the first time;
+// Kor::singleton<T>() does the same under the name the type declares.
 #pragma once
 #include "Pelin/Assert.h"
 #include "Pelin/Ptr.h"
@@ -25,6 +26,12 @@ Pelin::Ptr<T> singleton(std::string_view name) {
    Pelin::Ptr<T> made = Pelin::make<T>(std::string(name));
    singletonIs(name, made);
    return made;
+}
+
+// The singleton of a type that names its own registration in T::singletonName.
+template <typename T>
+Pelin::Ptr<T> singleton() {
+   return singleton<T>(T::singletonName);
 }
 
 } // namespace Kor
