@@ -28,3 +28,11 @@ function(velt_bench name)
    add_executable(${name} ${ARGN})
    target_link_libraries(${name} PRIVATE VeltRouting benchmark::benchmark_main)
 endfunction()
+
+# velt_nhr_plugin(<name> <dir> <sources...>): a resolver plugin, the library
+# <dir>/NhrPlugin/lib<name>.so that the root loads when VELT_NHR_PLUGINS names <name>.
+function(velt_nhr_plugin name dir)
+   add_library(${name} MODULE ${ARGN})
+   target_link_libraries(${name} PRIVATE VeltRouting)
+   set_target_properties(${name} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${dir}/NhrPlugin)
+endfunction()
