@@ -52,16 +52,14 @@ TEST_F(ResolverRoot, ConstructionWiresEmptyPartsAndResolvesNothingBeforeInit) {
    EXPECT_EQ(r->resolver()->resolvers(), r->resolvers());
    EXPECT_EQ(r->resolver()->vrfRoots(), r->vrfRoots());
    EXPECT_EQ(r->noIpRouteFallbackPipeline()->steps(), r->noIpRouteFallbackSteps());
-   EXPECT_TRUE(r->resolvers()->interfaceResolver().empty());
-   EXPECT_TRUE(r->resolvers()->fecTypeResolver().empty());
-   EXPECT_TRUE(r->resolvers()->fecIdResolver().empty());
-   EXPECT_TRUE(r->resolvers()->dstIpResolver().empty());
-   EXPECT_TRUE(r->intfSuitabilityHelper()->intfSuitabilityChecker().empty());
+   const auto& reg = *r->resolvers();
+   EXPECT_EQ(reg.interfaceResolver().size() + reg.fecTypeResolver().size() +
+                 reg.fecIdResolver().size() + reg.dstIpResolver().size(),
+             0u);
    EXPECT_TRUE(r->nhrPlugins()->plugin().empty());
    EXPECT_EQ(r->vrfRootSm(), nullptr);
    EXPECT_EQ(r->pluginContext(), nullptr);
    EXPECT_FALSE(r->initialized());
-   EXPECT_FALSE(r->pluginsLoaded());
 
    // Not even the default VRF has a root before init.
    auto counters = Pelin::make<VeltNamedCounters>();
