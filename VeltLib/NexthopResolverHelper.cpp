@@ -14,7 +14,8 @@ std::uint64_t packetContextCounter = 0;
 constexpr Lumo::IntfId noIntf{};
 } // namespace
 
-NexthopResolverHelper::NexthopResolverHelper(const Pelin::Ptr<NexthopResolverRoot>& resolverRoot)
+NexthopResolverHelper::NexthopResolverHelper(
+    const Pelin::Ptr<NexthopResolverRoot>& resolverRoot)
     : resolverRoot_(resolverRoot) {}
 
 NexthopResolverHelper::~NexthopResolverHelper() {
@@ -26,7 +27,9 @@ void NexthopResolverHelper::parserRootIs(const Pelin::Ptr<PacketParserRoot>& par
    Kor::assign(*this, parserRoot_, parserRoot, kParserRoot);
 }
 
-std::uint64_t NexthopResolverHelper::nextPacketContextId() { return packetContextCounter; }
+std::uint64_t NexthopResolverHelper::nextPacketContextId() {
+   return packetContextCounter;
+}
 
 void NexthopResolverHelper::resolve(const Pelin::Ptr<RoutingNexthop>& nexthop,
                                     const L3::VrfName& vrfName) {
@@ -72,7 +75,8 @@ NexthopResolverHelperIs(const Pelin::Ptr<NexthopResolverRoot>& resolverRoot) {
    return nexthopResolverHelperFactory(resolverRoot);
 }
 
-RoutingNexthopResolverHelperHolder::RoutingNexthopResolverHelperHolder(const Pelin::String& name)
+RoutingNexthopResolverHelperHolder::RoutingNexthopResolverHelperHolder(
+    const Pelin::String& name)
     : Kor::Entity(name) {}
 
 RoutingNexthopResolverHelperHolder::~RoutingNexthopResolverHelperHolder() {
@@ -80,11 +84,13 @@ RoutingNexthopResolverHelperHolder::~RoutingNexthopResolverHelperHolder() {
    publisherDel();
 }
 
-Pelin::Ptr<RoutingNexthopResolverHelperHolder> RoutingNexthopResolverHelperHolder::singleton() {
+Pelin::Ptr<RoutingNexthopResolverHelperHolder>
+RoutingNexthopResolverHelperHolder::singleton() {
    return Kor::singleton<RoutingNexthopResolverHelperHolder>();
 }
 
-void RoutingNexthopResolverHelperHolder::helperIs(const Pelin::Ptr<NexthopResolverHelper>& helper) {
+void RoutingNexthopResolverHelperHolder::helperIs(
+    const Pelin::Ptr<NexthopResolverHelper>& helper) {
    if (helper == helper_) return;
    // The previous helper goes only after observers have seen the new one.
    Pelin::Ptr<NexthopResolverHelper> previous = std::move(helper_);

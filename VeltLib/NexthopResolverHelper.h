@@ -1,6 +1,7 @@
-// The short way for an agent to resolve one next hop in a VRF, with or without its packet:
-// NexthopResolverHelper builds the packet and routing contexts and runs the root's driver.
-// RoutingNexthopResolverHelperHolder is the process's place to find the helper.
+// The short way for an agent to resolve one next hop in a VRF, with or without its
+// packet: NexthopResolverHelper builds the packet and routing contexts and runs the
+// root's driver. RoutingNexthopResolverHelperHolder is the process's place to find the
+// helper.
 #pragma once
 #include "Kor/Entity.h"
 #include "Kor/TypeInfo.h"
@@ -33,8 +34,8 @@ class NexthopResolverHelper : public Kor::Notifier {
    void resolve(const Pelin::Ptr<RoutingNexthop>& nexthop, const L3::VrfName& vrfName);
    // The same with the packet, parsed and hashed by the parser root's parser and hasher.
    // Without a parser root the process stops: that is a programming error.
-   void resolveWithPkt(const Pelin::Ptr<RoutingNexthop>& nexthop, const L3::VrfName& vrfName,
-                       const Pelin::Ptr<Lumo::Pkt>& pkt);
+   void resolveWithPkt(const Pelin::Ptr<RoutingNexthop>& nexthop,
+                       const L3::VrfName& vrfName, const Pelin::Ptr<Lumo::Pkt>& pkt);
 
    // The number the next packet context gets; each resolution takes one.
    static std::uint64_t nextPacketContextId();
@@ -42,8 +43,8 @@ class NexthopResolverHelper : public Kor::Notifier {
    const Kor::TypeInfo* typeData() const override;
 
  private:
-   void run(const Pelin::Ptr<PacketContext>& pktCtx, const Pelin::Ptr<RoutingNexthop>& nexthop,
-            const L3::VrfName& vrfName);
+   void run(const Pelin::Ptr<PacketContext>& pktCtx,
+            const Pelin::Ptr<RoutingNexthop>& nexthop, const L3::VrfName& vrfName);
 
    Pelin::Ptr<NexthopResolverRoot> resolverRoot_;
    Pelin::Ptr<PacketParserRoot> parserRoot_;
@@ -57,7 +58,8 @@ NexthopResolverHelperIs(const Pelin::Ptr<NexthopResolverRoot>& resolverRoot);
 // Holds the process's helper, so that code with no other path to the resolver finds it.
 class RoutingNexthopResolverHelperHolder : public Kor::Entity {
  public:
-   static constexpr const char* singletonName = "Velt::RoutingNexthopResolverHelperHolder";
+   static constexpr const char* singletonName =
+       "Velt::RoutingNexthopResolverHelperHolder";
    enum Attr : Kor::AttrId { kName, kHelper };
 
    explicit RoutingNexthopResolverHelperHolder(const Pelin::String& name);

@@ -77,8 +77,9 @@ void NexthopResolverRoot::loadPlugins() {
 }
 
 template <typename T, typename Same, typename Make>
-const Pelin::Ptr<T>& NexthopResolverRoot::instantiate(Pelin::Ptr<T>& field, Kor::AttrId attr,
-                                                      Same same, Make make) {
+const Pelin::Ptr<T>& NexthopResolverRoot::instantiate(Pelin::Ptr<T>& field,
+                                                      Kor::AttrId attr, Same same,
+                                                      Make make) {
    if (field && same(*field)) return field;
    field = make();
    notify(attr);
@@ -120,7 +121,8 @@ NexthopResolverRoot::resolverIs(const Pelin::Ptr<GenericPipelineSteps>& steps,
    return instantiate(
        resolver_, kResolver,
        [&](const RoutingNexthopResolver& r) {
-          return r.steps() == steps && r.resolvers() == resolvers && r.vrfRoots() == vrfRoots;
+          return r.steps() == steps && r.resolvers() == resolvers &&
+                 r.vrfRoots() == vrfRoots;
        },
        [&] { return routingNexthopResolverFactory(steps, resolvers, vrfRoots); });
 }
@@ -133,8 +135,8 @@ NexthopResolverRoot::noIpRouteFallbackStepsIs(const Pelin::String& name) {
        [&] { return genericPipelineStepsFactory(name); });
 }
 
-const Pelin::Ptr<GenericPipeline>&
-NexthopResolverRoot::noIpRouteFallbackPipelineIs(const Pelin::Ptr<GenericPipelineSteps>& steps) {
+const Pelin::Ptr<GenericPipeline>& NexthopResolverRoot::noIpRouteFallbackPipelineIs(
+    const Pelin::Ptr<GenericPipelineSteps>& steps) {
    return instantiate(
        noIpRouteFallbackPipeline_, kNoIpRouteFallbackPipeline,
        [&](const GenericPipeline& p) { return p.steps() == steps; },
@@ -163,7 +165,8 @@ const Pelin::Ptr<ResolverVrfRootSm>& NexthopResolverRoot::vrfRootSmIs(
    return instantiate(
        vrfRootSm_, kVrfRootSm,
        [&](const ResolverVrfRootSm& sm) {
-          return sm.vrfRoots() == vrfRoots && sm.allVrfStatusGlobal() == allVrfStatusGlobal &&
+          return sm.vrfRoots() == vrfRoots &&
+                 sm.allVrfStatusGlobal() == allVrfStatusGlobal &&
                  sm.allVrfStatusLocal() == allVrfStatusLocal &&
                  sm.vrfNameStatus() == vrfNameStatus &&
                  sm.isUnifiedFecMode() == isUnifiedFecMode &&
@@ -181,7 +184,8 @@ const Pelin::Ptr<NhrPluginContext>& NexthopResolverRoot::pluginContextIs(
     const Pelin::Ptr<RoutingNexthopResolver>& resolver,
     const Pelin::Ptr<GenericPipelineSteps>& nexthopResolverSteps,
     const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipeline,
-    const Pelin::Ptr<GenericPipelineSteps>& noIpRouteFallbackSteps, NhrPlugins* nhrPlugins,
+    const Pelin::Ptr<GenericPipelineSteps>& noIpRouteFallbackSteps,
+    NhrPlugins* nhrPlugins,
     const Pelin::Ptr<IntfSuitabilityHelper>& intfSuitabilityHelper) {
    return instantiate(
        pluginContext_, kPluginContext,

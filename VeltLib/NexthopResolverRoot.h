@@ -1,6 +1,7 @@
 // NexthopResolverRoot owns and wires the whole resolver: registry, VRF roots, both step
-// lists, driver, fallback pipeline, VRF root state machine, suitability helper and plugins.
-// One per process, built empty and started by init() once the state database is mounted.
+// lists, driver, fallback pipeline, VRF root state machine, suitability helper and
+// plugins. One per process, built empty and started by init() once the state database is
+// mounted.
 #pragma once
 #include "Ip/VrfStatus.h"
 #include "Kor/Entity.h"
@@ -27,9 +28,19 @@ class NexthopResolverRoot : public Kor::Entity {
    static constexpr const char* pluginDirName = "NhrPlugin";
 
    enum Attr : Kor::AttrId {
-      kName, kResolvers, kVrfRoots, kNexthopResolverSteps, kResolver, kNoIpRouteFallbackSteps,
-      kNoIpRouteFallbackPipeline, kVrfRootSm, kIntfSuitabilityHelper, kPluginContext,
-      kPluginsLoaded, kNhrPlugins, kInitialized,
+      kName,
+      kResolvers,
+      kVrfRoots,
+      kNexthopResolverSteps,
+      kResolver,
+      kNoIpRouteFallbackSteps,
+      kNoIpRouteFallbackPipeline,
+      kVrfRootSm,
+      kIntfSuitabilityHelper,
+      kPluginContext,
+      kPluginsLoaded,
+      kNhrPlugins,
+      kInitialized,
    };
 
    // Builds the empty registry, VRF roots, step lists, driver, fallback pipeline,
@@ -75,12 +86,14 @@ class NexthopResolverRoot : public Kor::Entity {
    // replaces it with a new one and publishes the change.
    const Pelin::Ptr<NexthopResolvers>& resolversIs();
    const Pelin::Ptr<ResolverVrfRoots>& vrfRootsIs();
-   const Pelin::Ptr<GenericPipelineSteps>& nexthopResolverStepsIs(const Pelin::String& name);
+   const Pelin::Ptr<GenericPipelineSteps>&
+   nexthopResolverStepsIs(const Pelin::String& name);
    const Pelin::Ptr<RoutingNexthopResolver>&
    resolverIs(const Pelin::Ptr<GenericPipelineSteps>& steps,
               const Pelin::Ptr<NexthopResolvers>& resolvers,
               const Pelin::Ptr<ResolverVrfRoots>& vrfRoots);
-   const Pelin::Ptr<GenericPipelineSteps>& noIpRouteFallbackStepsIs(const Pelin::String& name);
+   const Pelin::Ptr<GenericPipelineSteps>&
+   noIpRouteFallbackStepsIs(const Pelin::String& name);
    const Pelin::Ptr<GenericPipeline>&
    noIpRouteFallbackPipelineIs(const Pelin::Ptr<GenericPipelineSteps>& steps);
    const Pelin::Ptr<IntfSuitabilityHelper>& intfSuitabilityHelperIs();
@@ -90,7 +103,8 @@ class NexthopResolverRoot : public Kor::Entity {
                const Pelin::Ptr<Ip::AllVrfStatusGlobal const>& allVrfStatusGlobal,
                const Pelin::Ptr<Ip::AllVrfStatusLocal const>& allVrfStatusLocal,
                const Pelin::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper const>& vrfNameStatus,
-               bool isUnifiedFecMode, const Pelin::Ptr<Wexa::EntityManager>& entityManager);
+               bool isUnifiedFecMode,
+               const Pelin::Ptr<Wexa::EntityManager>& entityManager);
    const Pelin::Ptr<NhrPluginContext>&
    pluginContextIs(const Pelin::Ptr<Wexa::EntityManager>& entityManager,
                    const Pelin::Ptr<NexthopResolvers>& resolvers,

@@ -12,7 +12,8 @@ NhrPluginBase::NhrPluginBase(const Pelin::String& name,
 
 void NhrPluginBase::doMountProfile(const Pelin::Ptr<Wexa::EntityManager>& entityManager) {
    if (!entityManager) {
-      VELT_TRACE_FN(nhrPluginTrace(), 1, __func__, "{}: No entitymanager, testing?", name());
+      VELT_TRACE_FN(nhrPluginTrace(), 1, __func__, "{}: No entitymanager, testing?",
+                    name());
       completePluginInit(entityManager);
       return;
    }
@@ -20,24 +21,28 @@ void NhrPluginBase::doMountProfile(const Pelin::Ptr<Wexa::EntityManager>& entity
    // A profile the state database does not know is no profile at all.
    if (!entityManager->mountFileInfo().profileLoaded(profile)) profile.clear();
    if (profile.empty()) {
-      VELT_TRACE_FN(nhrPluginTrace(), 1, __func__, "{}: No mount profile specified", name());
+      VELT_TRACE_FN(nhrPluginTrace(), 1, __func__, "{}: No mount profile specified",
+                    name());
       completePluginInit(entityManager);
       return;
    }
-   VELT_TRACE_FN(nhrPluginTrace(), 1, __func__, "{}: Loading mount profile {}", name(), profile);
-   Pelin::Ptr<Wexa::MountGroup> group = entityManager->mountGroup(Pelin::Ptr<Wexa::Mounter>(this));
+   VELT_TRACE_FN(nhrPluginTrace(), 1, __func__, "{}: Loading mount profile {}", name(),
+                 profile);
+   Pelin::Ptr<Wexa::MountGroup> group =
+       entityManager->mountGroup(Pelin::Ptr<Wexa::Mounter>(this));
    group->doMountProfile(profile);
    group->doClose(false, "");
 }
 
-void NhrPluginBase::doMountsComplete(Wexa::MountStatus mountStatus,
-                                     const Pelin::Ptr<Wexa::EntityManager>& entityManager) {
+void NhrPluginBase::doMountsComplete(
+    Wexa::MountStatus mountStatus, const Pelin::Ptr<Wexa::EntityManager>& entityManager) {
    VELT_TRACE_FN(nhrPluginTrace(), 1, __func__, "{} {}", name(), __PRETTY_FUNCTION__);
    VELT_ASSERT(mountStatus == Wexa::MountStatus::mountSuccess_);
    completePluginInit(entityManager);
 }
 
-void NhrPluginBase::completePluginInit(const Pelin::Ptr<Wexa::EntityManager>& entityManager) {
+void NhrPluginBase::completePluginInit(
+    const Pelin::Ptr<Wexa::EntityManager>& entityManager) {
    VELT_TRACE_FN(nhrPluginTrace(), 1, __func__, "{} {}", name(), __PRETTY_FUNCTION__);
    mountsComplete(entityManager);
    setupNhr();
@@ -65,9 +70,13 @@ void NhrPlugins::pluginIs(const Pelin::Ptr<NhrPluginBase>& plugin) {
    plugin_.insert(plugin);
 }
 
-void NhrPlugins::pluginDel(const Pelin::String& name) { plugin_.erase(name); }
+void NhrPlugins::pluginDel(const Pelin::String& name) {
+   plugin_.erase(name);
+}
 
-void NhrPlugins::pluginDelAll() { plugin_.clear(); }
+void NhrPlugins::pluginDelAll() {
+   plugin_.clear();
+}
 
 const Kor::TypeInfo* NhrPlugins::typeData() const {
    using P = NhrPlugins;
@@ -79,7 +88,11 @@ const Kor::TypeInfo* NhrPlugins::typeData() const {
    return &info;
 }
 
-Pelin::Ptr<NhrPlugins> nhrPluginsFactory() { return Pelin::make<NhrPlugins>(); }
-Pelin::Ptr<NhrPlugins> NhrPluginsIs() { return nhrPluginsFactory(); }
+Pelin::Ptr<NhrPlugins> nhrPluginsFactory() {
+   return Pelin::make<NhrPlugins>();
+}
+Pelin::Ptr<NhrPlugins> NhrPluginsIs() {
+   return nhrPluginsFactory();
+}
 
 } // namespace Velt

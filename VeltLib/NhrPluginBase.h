@@ -1,5 +1,6 @@
 // The base of every resolver plugin, and the table of loaded plugins. A plugin mounts the
-// state its profile names, if any, and then registers its resolvers and steps in setupNhr().
+// state its profile names, if any, and then registers its resolvers and steps in
+// setupNhr().
 #pragma once
 #include "Kor/HashMap.h"
 #include "Kor/TypeInfo.h"
@@ -19,8 +20,9 @@ class NhrPluginBase : public Wexa::Mounter {
    const Pelin::Ptr<NhrPluginContext>& context() const { return context_; }
    Pelin::String mountProfileName() const { return mountProfilePrefix + name(); }
 
-   // Starts the plugin's set-up once it is in the table: mounts its profile, when the state
-   // database has it loaded, and sets up when the mounts complete; else sets up at once.
+   // Starts the plugin's set-up once it is in the table: mounts its profile, when the
+   // state database has it loaded, and sets up when the mounts complete; else sets up at
+   // once.
    void doMountProfile(const Pelin::Ptr<Wexa::EntityManager>& entityManager);
    // A failed mount stops the process: the plugin cannot work without its state.
    void doMountsComplete(Wexa::MountStatus mountStatus,
@@ -47,7 +49,9 @@ class NhrPlugins : public Pelin::Node {
    NhrPlugins() = default;
    ~NhrPlugins() override;
 
-   Pelin::Ptr<NhrPluginBase> plugin(const Pelin::String& name) const { return plugin_.value(name); }
+   Pelin::Ptr<NhrPluginBase> plugin(const Pelin::String& name) const {
+      return plugin_.value(name);
+   }
    const PluginMap& plugin() const { return plugin_; }
    // Files `plugin` under its name, replacing a plugin of that name.
    void pluginIs(const Pelin::Ptr<NhrPluginBase>& plugin);

@@ -10,10 +10,12 @@ NhrPluginContext::NhrPluginContext(
     const Pelin::Ptr<RoutingNexthopResolver>& resolver,
     const Pelin::Ptr<GenericPipelineSteps>& resolverSteps,
     const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipeline,
-    const Pelin::Ptr<GenericPipelineSteps>& noIpRouteFallbackSteps, NhrPlugins* nhrPlugins,
+    const Pelin::Ptr<GenericPipelineSteps>& noIpRouteFallbackSteps,
+    NhrPlugins* nhrPlugins,
     const Pelin::Ptr<IntfSuitabilityHelper>& intfSuitabilityHelper)
     : entityManager_(entityManager), resolvers_(resolvers), resolver_(resolver),
-      resolverSteps_(resolverSteps), noIpRouteFallbackPipeline_(noIpRouteFallbackPipeline),
+      resolverSteps_(resolverSteps),
+      noIpRouteFallbackPipeline_(noIpRouteFallbackPipeline),
       noIpRouteFallbackSteps_(noIpRouteFallbackSteps), nhrPlugins_(nhrPlugins),
       intfSuitabilityHelper_(intfSuitabilityHelper) {}
 

@@ -29,7 +29,9 @@ class NhrPluginContext : public Pelin::Node {
    const Pelin::Ptr<Wexa::EntityManager>& entityManager() const { return entityManager_; }
    const Pelin::Ptr<NexthopResolvers>& resolvers() const { return resolvers_; }
    const Pelin::Ptr<RoutingNexthopResolver>& resolver() const { return resolver_; }
-   const Pelin::Ptr<GenericPipelineSteps>& resolverSteps() const { return resolverSteps_; }
+   const Pelin::Ptr<GenericPipelineSteps>& resolverSteps() const {
+      return resolverSteps_;
+   }
    const Pelin::Ptr<GenericPipeline>& noIpRouteFallbackPipeline() const {
       return noIpRouteFallbackPipeline_;
    }

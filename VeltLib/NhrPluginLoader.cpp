@@ -33,7 +33,8 @@ struct PluginNameReset {
 
 void NhrLoader::loadPlugins(const Pelin::String& dirName,
                             const Pelin::Ptr<Velt::NhrPluginContext>& context,
-                            const Pelin::String& pluginsToLoad, const Pelin::String& path) {
+                            const Pelin::String& pluginsToLoad,
+                            const Pelin::String& path) {
    if (!std::getenv("TRACE")) {
       setenv("TRACE", "Log/0", 0);
       Trace::reread();
@@ -45,7 +46,11 @@ void NhrLoader::loadPlugins(const Pelin::String& dirName,
    loader->loadPlugins(dirName, pluginsToLoad, path, "");
 }
 
-Pelin::Ptr<NhrLoader> nhrLoaderFactory() { return Pelin::make<NhrLoader>(); }
-Pelin::Ptr<NhrLoader> NhrLoaderIs() { return nhrLoaderFactory(); }
+Pelin::Ptr<NhrLoader> nhrLoaderFactory() {
+   return Pelin::make<NhrLoader>();
+}
+Pelin::Ptr<NhrLoader> NhrLoaderIs() {
+   return nhrLoaderFactory();
+}
 
 } // namespace Plugin

@@ -1,5 +1,6 @@
-// Placeholder until the packet parser lands: the names the caller API needs, nothing more.
-// PacketParserRoot holds the parser and the flow hasher an agent resolves packets with.
+// Placeholder until the packet parser lands: the names the caller API needs, nothing
+// more. PacketParserRoot holds the parser and the flow hasher an agent resolves packets
+// with.
 #pragma once
 #include "Pelin/Ptr.h"
 

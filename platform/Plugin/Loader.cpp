@@ -22,7 +22,8 @@ namespace fs = std::filesystem;
 bool loadInProgress = false;
 
 // Never closed: objects, vtables and per-type allocator counts of a plugin live in its
-// library for as long as the process may touch them. Never destroyed, for the same reason.
+// library for as long as the process may touch them. Never destroyed, for the same
+// reason.
 std::map<std::string, void*>& openLibraries() {
    static auto* libraries = new std::map<std::string, void*>;
    return *libraries;
@@ -39,7 +40,9 @@ bool isSeparator(char c) {
           c == '\v' || c == '\f';
 }
 
-std::string inQuotes(std::string_view s) { return "\"" + std::string(s) + "\""; }
+std::string inQuotes(std::string_view s) {
+   return "\"" + std::string(s) + "\"";
+}
 
 std::string joined(const std::vector<std::string>& items) {
    std::string out;
@@ -82,8 +85,8 @@ class LoadScope {
 bool validPluginName(std::string_view name) noexcept {
    if (name.empty()) return false;
    for (char c : name) {
-      bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                c == '-' || c == '_';
+      bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                (c >= '0' && c <= '9') || c == '-' || c == '_';
       if (!ok) return false;
    }
    return true;
@@ -98,7 +101,8 @@ std::vector<std::string> pluginNames(std::string_view pluginsToLoad) {
          continue;
       }
       std::size_t end = at;
-      while (end < pluginsToLoad.size() && !isSeparator(pluginsToLoad[end])) ++end;
+      while (end < pluginsToLoad.size() && !isSeparator(pluginsToLoad[end]))
+         ++end;
       std::string_view name = pluginsToLoad.substr(at, end - at);
       at = end;
       if (!validPluginName(name)) {
@@ -107,7 +111,8 @@ std::vector<std::string> pluginNames(std::string_view pluginsToLoad) {
                                 ": a plugin name has only letters, digits, '-' and '_'");
       }
       bool seen = false;
-      for (const std::string& n : names) seen = seen || n == name;
+      for (const std::string& n : names)
+         seen = seen || n == name;
       if (!seen) names.emplace_back(name);
    }
    return names;
@@ -145,7 +150,8 @@ std::vector<std::string> searchPath(const std::string& path) {
 }
 
 std::vector<std::string> candidateFiles(const std::vector<std::string>& dirs,
-                                        const std::string& dirName, const std::string& name) {
+                                        const std::string& dirName,
+                                        const std::string& name) {
    std::vector<std::string> files;
    for (const std::string& dir : dirs) {
       fs::path folder = dirName.empty() ? fs::path(dir) : fs::path(dir) / dirName;
@@ -160,7 +166,9 @@ bool loaded(const std::string& file, const std::string& entryPoint) {
    return ranEntryPoints().count({canonical(file), entryName}) != 0;
 }
 
-void loadedDelAll() { ranEntryPoints().clear(); }
+void loadedDelAll() {
+   ranEntryPoints().clear();
+}
 
 std::vector<std::string> LoaderImpl::loadPlugins(const std::string& dirName,
                                                  const std::string& pluginsToLoad,
@@ -173,7 +181,8 @@ std::vector<std::string> LoaderImpl::loadPlugins(const std::string& dirName,
    // Check every name and find every library before opening any, so that a mistake in the
    // list leaves the process as it was.
    std::vector<std::string> names = pluginNames(pluginsToLoad);
-   std::vector<std::string> dirs = names.empty() ? std::vector<std::string>() : searchPath(path);
+   std::vector<std::string> dirs =
+       names.empty() ? std::vector<std::string>() : searchPath(path);
    std::vector<Found> found;
    for (const std::string& name : names) {
       std::vector<std::string> candidates = candidateFiles(dirs, dirName, name);
@@ -186,13 +195,15 @@ std::vector<std::string> LoaderImpl::loadPlugins(const std::string& dirName,
          }
       }
       if (f.file.empty()) {
-         throw Pelin::Exception("plugin " + inQuotes(name) + ": no library found; looked for " +
-                                (candidates.empty() ? std::string("nothing (empty search path)")
-                                                    : joined(candidates)));
+         throw Pelin::Exception(
+             "plugin " + inQuotes(name) + ": no library found; looked for " +
+             (candidates.empty() ? std::string("nothing (empty search path)")
+                                 : joined(candidates)));
       }
       if (ranEntryPoints().count({f.file, entryName})) continue;
       bool listed = false;
-      for (const Found& other : found) listed = listed || other.file == f.file;
+      for (const Found& other : found)
+         listed = listed || other.file == f.file;
       if (!listed) found.push_back(std::move(f));
    }
 
@@ -203,8 +214,8 @@ std::vector<std::string> LoaderImpl::loadPlugins(const std::string& dirName,
          if (!handle) {
             const char* error = dlerror();
             openLibraries().erase(f.file);
-            throw Pelin::Exception("plugin " + inQuotes(f.name) + ": cannot open " + f.file +
-                                   ": " + (error ? error : "unknown error"));
+            throw Pelin::Exception("plugin " + inQuotes(f.name) + ": cannot open " +
+                                   f.file + ": " + (error ? error : "unknown error"));
          }
       }
       dlerror();

@@ -1,6 +1,6 @@
-// Plugin::Loader<Context>: opens plugin libraries named in a list from a plugin folder on a
-// search path and runs each one's entry point, which reaches what it extends through the
-// loader's context. Syntax, file names and search order: README, section "Plugins".
+// Plugin::Loader<Context>: opens plugin libraries named in a list from a plugin folder on
+// a search path and runs each one's entry point, which reaches what it extends through
+// the loader's context. Syntax, file names and search order: README, section "Plugins".
 #pragma once
 #include "Pelin/Ptr.h"
 
@@ -14,7 +14,8 @@ namespace Plugin {
 inline constexpr const char* defaultEntryPoint = "veltPluginInit";
 using EntryPoint = void (*)();
 
-// Where the plugin folders are looked for when neither `path` nor VELT_PLUGIN_PATH names any.
+// Where the plugin folders are looked for when neither `path` nor VELT_PLUGIN_PATH names
+// any.
 inline constexpr const char* pluginPathVariable = "VELT_PLUGIN_PATH";
 
 namespace Impl {
@@ -28,15 +29,16 @@ class LoaderImpl : public Pelin::Node {
    const std::string& pluginName() const noexcept { return pluginName_; }
    void pluginNameIs(std::string name) { pluginName_ = std::move(name); }
 
-   // Opens the libraries of the plugins named in `pluginsToLoad` from the folder `dirName`
-   // of each directory of the search path and runs their entry point (`entryPoint`, or
-   // veltPluginInit when empty), in list order. Every name is checked and every library
-   // found before any is opened. A library whose entry point has already run is skipped.
-   // Errors raise Pelin::Exception naming the plugin. Returns the plugins whose entry point
-   // ran. Loading from inside an entry point aborts.
+   // Opens the libraries of the plugins named in `pluginsToLoad` from the folder
+   // `dirName` of each directory of the search path and runs their entry point
+   // (`entryPoint`, or veltPluginInit when empty), in list order. Every name is checked
+   // and every library found before any is opened. A library whose entry point has
+   // already run is skipped. Errors raise Pelin::Exception naming the plugin. Returns the
+   // plugins whose entry point ran. Loading from inside an entry point aborts.
    std::vector<std::string> loadPlugins(const std::string& dirName,
                                         const std::string& pluginsToLoad,
-                                        const std::string& path, const std::string& entryPoint);
+                                        const std::string& path,
+                                        const std::string& entryPoint);
 
  private:
    std::string name_;
@@ -53,7 +55,8 @@ std::vector<std::string> searchPath(const std::string& path);
 std::string defaultPluginDir();
 // Libraries that a plugin of `name` may be in, in the order they are tried.
 std::vector<std::string> candidateFiles(const std::vector<std::string>& dirs,
-                                        const std::string& dirName, const std::string& name);
+                                        const std::string& dirName,
+                                        const std::string& name);
 // Whether the entry point (veltPluginInit when empty) of the library at `file` has run in
 // this process.
 bool loaded(const std::string& file, const std::string& entryPoint = {});

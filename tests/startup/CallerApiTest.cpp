@@ -1,5 +1,5 @@
-// The caller API: one call resolves a next hop in a VRF through the root's driver, and the
-// holder singleton publishes the helper agents share.
+// The caller API: one call resolves a next hop in a VRF through the root's driver, and
+// the holder singleton publishes the helper agents share.
 #include "Quarn/ForwardingStatus.h"
 #include "Quarn/TableInfo.h"
 #include "StartupFixture.h"
@@ -128,8 +128,8 @@ TEST_F(CallerApiEndToEnd, ResolvesThroughPluginsLoadedFromTheDefaultFolder) {
    red->fecIs(fec);
    red->routeIs(Lumo::IpGenPrefix(Lumo::IpGenAddr("10.9.0.0"), 16), receive);
    Wexa::sharedMemoryEntityManager("sys", false)
-       ->entityIs(Quarn::Fib::TableInfo::fecMountPath(Lumo::AddressFamily::ipunknown_, "red",
-                                                      "rib"),
+       ->entityIs(Quarn::Fib::TableInfo::fecMountPath(Lumo::AddressFamily::ipunknown_,
+                                                      "red", "rib"),
                   red);
    up("red", 1);
    unsetenv(Plugin::pluginPathVariable);

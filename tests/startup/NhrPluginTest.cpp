@@ -16,7 +16,8 @@ constexpr const char* kMountsComplete =
     "virtual void Velt::NhrPluginBase::doMountsComplete(Wexa::MountStatus, const "
     "Pelin::Ptr<Wexa::EntityManager>&)";
 constexpr const char* kCompleteInit =
-    "void Velt::NhrPluginBase::completePluginInit(const Pelin::Ptr<Wexa::EntityManager>&)";
+    "void Velt::NhrPluginBase::completePluginInit(const "
+    "Pelin::Ptr<Wexa::EntityManager>&)";
 
 // Records its hooks in the order they run.
 class RecordingPlugin : public Velt::NhrPluginBase {
@@ -33,7 +34,8 @@ class NhrPlugin : public ::testing::Test {
  protected:
    NhrPlugin() {
       Trace::configIs("Velt::NhrPlugin/0-9");
-      em->mountFileInfo().profileIs({"Velt-NhrPlugin-Foo", {{"foo/state", "Foo::State", {}}}});
+      em->mountFileInfo().profileIs(
+          {"Velt-NhrPlugin-Foo", {{"foo/state", "Foo::State", {}}}});
    }
    ~NhrPlugin() override {
       em->loop()->runUntilIdle();
@@ -68,18 +70,21 @@ TEST_F(NhrPlugin, LoadedProfileIsMountedBeforeSetUpOnTheEventLoop) {
    ASSERT_EQ(em->mounts().size(), 1u);
    EXPECT_EQ(em->mounts()[0].path, "foo/state");
    EXPECT_THAT(foo->calls, ElementsAre("mountsComplete", "setupNhr"));
-   EXPECT_THAT(lines(), ElementsAre(std::string("Velt::NhrPlugin/1 Foo ") + kMountsComplete,
-                                    std::string("Velt::NhrPlugin/1 Foo ") + kCompleteInit));
+   EXPECT_THAT(lines(),
+               ElementsAre(std::string("Velt::NhrPlugin/1 Foo ") + kMountsComplete,
+                           std::string("Velt::NhrPlugin/1 Foo ") + kCompleteInit));
 
    Ringlog::close();
    Ringlog::Contents contents;
    std::string error;
    ASSERT_TRUE(Ringlog::read(ring, contents, error)) << error;
    std::vector<std::string> texts;
-   for (const auto& l : contents.lines) texts.push_back(l.text);
-   EXPECT_THAT(texts, ElementsAre("doMountProfile Foo: Loading mount profile Velt-NhrPlugin-Foo",
-                                  std::string("doMountsComplete Foo ") + kMountsComplete,
-                                  std::string("completePluginInit Foo ") + kCompleteInit));
+   for (const auto& l : contents.lines)
+      texts.push_back(l.text);
+   EXPECT_THAT(texts,
+               ElementsAre("doMountProfile Foo: Loading mount profile Velt-NhrPlugin-Foo",
+                           std::string("doMountsComplete Foo ") + kMountsComplete,
+                           std::string("completePluginInit Foo ") + kCompleteInit));
 }
 
 TEST_F(NhrPlugin, WithoutItsProfileOrAStateDatabaseAPluginSetsUpAtOnce) {
@@ -87,14 +92,16 @@ TEST_F(NhrPlugin, WithoutItsProfileOrAStateDatabaseAPluginSetsUpAtOnce) {
    bar->doMountProfile(em);
    EXPECT_THAT(bar->calls, ElementsAre("mountsComplete", "setupNhr"));
    EXPECT_EQ(em->loop()->pending(), 0u);
-   EXPECT_THAT(lines(), ElementsAre("Velt::NhrPlugin/1 Bar: No mount profile specified",
-                                    std::string("Velt::NhrPlugin/1 Bar ") + kCompleteInit));
+   EXPECT_THAT(lines(),
+               ElementsAre("Velt::NhrPlugin/1 Bar: No mount profile specified",
+                           std::string("Velt::NhrPlugin/1 Bar ") + kCompleteInit));
 
    auto foo = plugin("Foo");
    foo->doMountProfile(nullptr);
    EXPECT_THAT(foo->calls, ElementsAre("mountsComplete(null)", "setupNhr"));
-   EXPECT_THAT(lines(), ElementsAre("Velt::NhrPlugin/1 Foo: No entitymanager, testing?",
-                                    std::string("Velt::NhrPlugin/1 Foo ") + kCompleteInit));
+   EXPECT_THAT(lines(),
+               ElementsAre("Velt::NhrPlugin/1 Foo: No entitymanager, testing?",
+                           std::string("Velt::NhrPlugin/1 Foo ") + kCompleteInit));
 }
 
 TEST_F(NhrPlugin, FailedMountStopsTheProcess) {

@@ -1,4 +1,5 @@
-// The platform plugin loader: plugin lists, the search path, and the errors a caller sees.
+// The platform plugin loader: plugin lists, the search path, and the errors a caller
+// sees.
 #include "Pelin/Exception.h"
 #include "StartupFixture.h"
 #include "VeltLib/NhrPluginLoader.h"
@@ -11,9 +12,9 @@
 
 namespace {
 
+using Plugin::Impl::pluginNames;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using Plugin::Impl::pluginNames;
 
 class PluginLoader : public VeltTest::StartupTest {
  protected:
@@ -38,7 +39,8 @@ class PluginLoader : public VeltTest::StartupTest {
 };
 
 TEST_F(PluginLoader, ListsSplitOnCommaColonAndWhitespaceAndNameEachPluginOnce) {
-   EXPECT_THAT(pluginNames("a,b:c d\te\n,,:a f-1_x"), ElementsAre("a", "b", "c", "d", "e", "f-1_x"));
+   EXPECT_THAT(pluginNames("a,b:c d\te\n,,:a f-1_x"),
+               ElementsAre("a", "b", "c", "d", "e", "f-1_x"));
    EXPECT_TRUE(pluginNames("").empty());
    EXPECT_TRUE(pluginNames(" ,:\t").empty());
    for (const char* bad : {"Bad/Name", "../up", "a.so", "semi;colon", "caf\xc3\xa9"}) {
@@ -57,7 +59,8 @@ TEST_F(PluginLoader, SearchesTheGivenPathElseTheVariableThenBesideThePlatformLib
    EXPECT_TRUE(std::filesystem::exists(beside / "libVeltPlatform.so")) << beside;
 
    setenv(Plugin::pluginPathVariable, "/env/a::/env/b", 1);
-   EXPECT_THAT(Plugin::Impl::searchPath("/given:/other"), ElementsAre("/given", "/other"));
+   EXPECT_THAT(Plugin::Impl::searchPath("/given:/other"),
+               ElementsAre("/given", "/other"));
    EXPECT_THAT(Plugin::Impl::searchPath(""), ElementsAre("/env/a", "/env/b", fallback));
    unsetenv(Plugin::pluginPathVariable);
    EXPECT_THAT(Plugin::Impl::searchPath(""), ElementsAre(fallback));
@@ -72,12 +75,13 @@ TEST_F(PluginLoader, MissingLibraryNamesEveryPlaceLookedAtAndRunsNothing) {
    setenv(Plugin::pluginPathVariable, (dir + ":/nowhere").c_str(), 1);
    const std::string fallback = Plugin::Impl::defaultPluginDir();
    std::string error = errorOf([&] { load("VeltTestMounting,VeltTestAbsent", ""); });
-   EXPECT_EQ(error, "plugin \"VeltTestAbsent\": no library found; looked for " + dir +
-                        "/NhrPlugin/libVeltTestAbsent.so, " + dir +
-                        "/NhrPlugin/VeltTestAbsent.so, /nowhere/NhrPlugin/libVeltTestAbsent.so, "
-                        "/nowhere/NhrPlugin/VeltTestAbsent.so, " +
-                        fallback + "/NhrPlugin/libVeltTestAbsent.so, " + fallback +
-                        "/NhrPlugin/VeltTestAbsent.so");
+   EXPECT_EQ(error,
+             "plugin \"VeltTestAbsent\": no library found; looked for " + dir +
+                 "/NhrPlugin/libVeltTestAbsent.so, " + dir +
+                 "/NhrPlugin/VeltTestAbsent.so, /nowhere/NhrPlugin/libVeltTestAbsent.so, "
+                 "/nowhere/NhrPlugin/VeltTestAbsent.so, " +
+                 fallback + "/NhrPlugin/libVeltTestAbsent.so, " + fallback +
+                 "/NhrPlugin/VeltTestAbsent.so");
    EXPECT_FALSE(Plugin::Impl::loaded(dir + "/NhrPlugin/libVeltTestMounting.so"))
        << "plugins listed before a missing one do not run";
    EXPECT_TRUE(loader->pluginName().empty());
@@ -94,7 +98,8 @@ TEST_F(PluginLoader, UnopenableLibraryAndMissingEntryPointAreNamed) {
 
    const std::string noEntry = VeltTest::pluginDir() + "/NhrPlugin/libVeltTestNoEntry.so";
    EXPECT_EQ(errorOf([&] { load("VeltTestNoEntry", VeltTest::pluginDir()); }),
-             "plugin \"VeltTestNoEntry\": " + noEntry + " has no entry point veltPluginInit");
+             "plugin \"VeltTestNoEntry\": " + noEntry +
+                 " has no entry point veltPluginInit");
    EXPECT_FALSE(Plugin::Impl::loaded(noEntry));
 }
 
@@ -104,7 +109,8 @@ TEST_F(PluginLoader, RunsAnotherEntryPointWhenAskedAndEachOnlyOnce) {
                ElementsAre("VeltTestNoEntry"));
    EXPECT_STREQ(std::getenv(VeltTest::altEntryRanVariable), "1");
    unsetenv(VeltTest::altEntryRanVariable);
-   EXPECT_TRUE(load("VeltTestNoEntry", VeltTest::pluginDir(), "veltTestAltEntry").empty());
+   EXPECT_TRUE(
+       load("VeltTestNoEntry", VeltTest::pluginDir(), "veltTestAltEntry").empty());
    EXPECT_EQ(std::getenv(VeltTest::altEntryRanVariable), nullptr);
 }
 
@@ -119,7 +125,7 @@ TEST_F(PluginLoader, EntryPointErrorsNameThePluginAndClearTheCurrentName) {
 
 TEST_F(PluginLoader, LoadingFromAnEntryPointAborts) {
    EXPECT_DEATH(Velt::NhrPluginLoader()->loadPlugins("NhrPlugin", "VeltTestReentrant",
-                                                      VeltTest::pluginDir(), ""),
+                                                     VeltTest::pluginDir(), ""),
                 "Assertion failed: !loadInProgress");
 }
 

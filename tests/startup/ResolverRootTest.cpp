@@ -15,11 +15,14 @@ using ::testing::HasSubstr;
 using Velt::NexthopResolverRoot;
 
 constexpr const char* kCompleteInit =
-    "void Velt::NhrPluginBase::completePluginInit(const Pelin::Ptr<Wexa::EntityManager>&)";
+    "void Velt::NhrPluginBase::completePluginInit(const "
+    "Pelin::Ptr<Wexa::EntityManager>&)";
 
 class ResolverRoot : public VeltTest::StartupTest {
  protected:
-   static Pelin::Ptr<NexthopResolverRoot> root() { return NexthopResolverRoot::nexthopResolverRoot(); }
+   static Pelin::Ptr<NexthopResolverRoot> root() {
+      return NexthopResolverRoot::nexthopResolverRoot();
+   }
    std::string initError(const Pelin::Ptr<NexthopResolverRoot>& r) {
       try {
          init(r, em);
@@ -65,12 +68,14 @@ TEST_F(ResolverRoot, ConstructionWiresEmptyPartsAndResolvesNothingBeforeInit) {
    auto counters = Pelin::make<VeltNamedCounters>();
    PacketContextBase base(7);
    base.countersIs(counters);
-   auto rCtx = Velt::routingContextFactory(Pelin::make<PacketContext>(base), Lumo::IntfId(),
-                                           L3::VrfName("default"));
+   auto rCtx = Velt::routingContextFactory(Pelin::make<PacketContext>(base),
+                                           Lumo::IntfId(), L3::VrfName("default"));
    auto nexthop = Velt::routingNexthopFactory(Lumo::IntfId("Ethernet1"));
    r->resolver()->resolve(rCtx, nexthop);
    EXPECT_TRUE(nexthop->drop());
-   EXPECT_EQ(counters->value("Drop", "NHResolver", "Could not find resolver vrf root for vrf {}"), 1u);
+   EXPECT_EQ(counters->value("Drop", "NHResolver",
+                             "Could not find resolver vrf root for vrf {}"),
+             1u);
 }
 
 TEST_F(ResolverRoot, MutatorsKeepWhatTheSameArgumentsWouldMakeAndPublishTheRest) {
@@ -143,9 +148,10 @@ TEST_F(ResolverRoot, InitStartsVrfRootsAndThePluginContextOnce) {
    EXPECT_TRUE(second->nhrPlugins()->plugin().empty());
 }
 
-TEST_F(ResolverRoot, PluginsLoadOnceAndTheMountingOneSetsUpWhenTheLoopCompletesItsMounts) {
-   em->mountFileInfo().profileIs(
-       {"Velt-NhrPlugin-VeltTestMounting", {{VeltTest::mountedStatePath, "Test::State", {}}}});
+TEST_F(ResolverRoot,
+       PluginsLoadOnceAndTheMountingOneSetsUpWhenTheLoopCompletesItsMounts) {
+   em->mountFileInfo().profileIs({"Velt-NhrPlugin-VeltTestMounting",
+                                  {{VeltTest::mountedStatePath, "Test::State", {}}}});
    em->entityIs(VeltTest::mountedStatePath, Pelin::make<Kor::Entity>("state"));
    Trace::configIs("Velt::NhrPlugin/0-9");
    Trace::Capture capture;
@@ -162,11 +168,12 @@ TEST_F(ResolverRoot, PluginsLoadOnceAndTheMountingOneSetsUpWhenTheLoopCompletesI
    EXPECT_TRUE(hasInstantStep(r));
    EXPECT_EQ(mountingResolver(r), "none") << "set up only when its mounts complete";
    EXPECT_TRUE(em->mounts().empty());
-   EXPECT_THAT(capture.lines(),
-               ElementsAre("Velt::NhrPlugin/1 VeltTestMounting: Loading mount profile "
-                           "Velt-NhrPlugin-VeltTestMounting",
-                           "Velt::NhrPlugin/1 VeltTestInstant: No mount profile specified",
-                           std::string("Velt::NhrPlugin/1 VeltTestInstant ") + kCompleteInit));
+   EXPECT_THAT(
+       capture.lines(),
+       ElementsAre("Velt::NhrPlugin/1 VeltTestMounting: Loading mount profile "
+                   "Velt-NhrPlugin-VeltTestMounting",
+                   "Velt::NhrPlugin/1 VeltTestInstant: No mount profile specified",
+                   std::string("Velt::NhrPlugin/1 VeltTestInstant ") + kCompleteInit));
 
    em->loop()->runUntilIdle();
    EXPECT_EQ(mountingResolver(r), "VeltTestMounting:mounted");
@@ -206,11 +213,12 @@ TEST_F(ResolverRoot, LoadErrorsLeaveTheRootUninitialisedUntilAnInitSucceeds) {
    ASSERT_NE(sm, nullptr) << "the state machine starts before plugins load";
 
    pluginsAre("VeltTestInstant VeltTestAbsent");
-   EXPECT_THAT(initError(r), HasSubstr("plugin \"VeltTestAbsent\": no library found; looked for " +
-                                       VeltTest::pluginDir() +
-                                       "/NhrPlugin/libVeltTestAbsent.so"));
+   EXPECT_THAT(initError(r),
+               HasSubstr("plugin \"VeltTestAbsent\": no library found; looked for " +
+                         VeltTest::pluginDir() + "/NhrPlugin/libVeltTestAbsent.so"));
    pluginsAre("VeltTestNoEntry");
-   EXPECT_THAT(initError(r), HasSubstr("libVeltTestNoEntry.so has no entry point veltPluginInit"));
+   EXPECT_THAT(initError(r),
+               HasSubstr("libVeltTestNoEntry.so has no entry point veltPluginInit"));
    EXPECT_FALSE(hasInstantStep(r)) << "a bad list runs no plugin";
 
    pluginsAre("VeltTestInstant,VeltTestThrowing");

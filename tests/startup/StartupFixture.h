@@ -18,7 +18,9 @@
 
 namespace VeltTest {
 
-inline std::string pluginDir() { return VELT_TEST_PLUGIN_DIR; }
+inline std::string pluginDir() {
+   return VELT_TEST_PLUGIN_DIR;
+}
 
 // The names of the attributes a node publishes changes of, in order.
 class AttrLog : public Kor::Notifiee {
@@ -27,7 +29,9 @@ class AttrLog : public Kor::Notifiee {
       notifierIs(&node);
       hasNotificationActiveIs(true);
    }
-   void onAttribute(Kor::AttrId attr) override { names.push_back(type_->attr(attr)->name); }
+   void onAttribute(Kor::AttrId attr) override {
+      names.push_back(type_->attr(attr)->name);
+   }
    std::vector<std::string> names;
 
  private:
@@ -65,7 +69,8 @@ class StartupTest : public ::testing::Test {
       ids->vrfNameToIdIs(vrf, Vrf::VrfIdMap::VrfId(id));
    }
 
-   Pelin::Ptr<Ip::AllVrfStatusGlobal> global = Pelin::make<Ip::AllVrfStatusGlobal>("global");
+   Pelin::Ptr<Ip::AllVrfStatusGlobal> global =
+       Pelin::make<Ip::AllVrfStatusGlobal>("global");
    Pelin::Ptr<Ip::AllVrfStatusLocal> local = Pelin::make<Ip::AllVrfStatusLocal>("local");
    Pelin::Ptr<Vrf::VrfIdMap::NameToIdMap> ids = Pelin::make<Vrf::VrfIdMap::NameToIdMap>();
    Pelin::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper> wrapper =

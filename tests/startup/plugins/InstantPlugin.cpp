@@ -16,7 +16,9 @@ class InstantPlugin : public Velt::NhrPluginBase {
  public:
    explicit InstantPlugin(const Pelin::Ptr<Velt::NhrPluginContext>& context)
        : Velt::NhrPluginBase(Velt::NhrPluginLoader()->pluginName(), context) {}
-   void setupNhr() override { context()->resolverSteps()->stepIs(Pelin::make<InstantStep>()); }
+   void setupNhr() override {
+      context()->resolverSteps()->stepIs(Pelin::make<InstantStep>());
+   }
 };
 
 } // namespace

@@ -4,4 +4,6 @@
 
 #include <cstdlib>
 
-extern "C" void veltTestAltEntry() { setenv(VeltTest::altEntryRanVariable, "1", 1); }
+extern "C" void veltTestAltEntry() {
+   setenv(VeltTest::altEntryRanVariable, "1", 1);
+}

@@ -1,4 +1,6 @@
 // Test plugin whose entry point starts another load, which the loader refuses.
 #include "VeltLib/NhrPluginLoader.h"
 
-extern "C" void veltPluginInit() { Velt::NhrPluginLoader()->loadPlugins("NhrPlugin", "", "", ""); }
+extern "C" void veltPluginInit() {
+   Velt::NhrPluginLoader()->loadPlugins("NhrPlugin", "", "", "");
+}
