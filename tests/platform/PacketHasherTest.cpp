@@ -89,7 +89,6 @@ TEST(PacketHasher, SpreadsRandomAndSequentialFlowsEvenly) {
       const char* name;
       std::function<std::vector<std::uint8_t>(unsigned)> make;
    };
-   const std::string fixedSrc = "10.0.0.1", fixedDst = "2001:db8::99";
    const std::vector<Case> cases = {
        {"random v4",
         [&](unsigned) {
@@ -100,11 +99,11 @@ TEST(PacketHasher, SpreadsRandomAndSequentialFlowsEvenly) {
            return tcp6(addr6().c_str(), addr6().c_str(), rng() % 65536, rng() % 65536);
         }},
        {"v4 source port walk",
-        [&](unsigned i) { return udp4(fixedSrc.c_str(), "192.0.2.1", 10000 + i, 4789); }},
+        [&](unsigned i) { return udp4("10.0.0.1", "192.0.2.1", 10000 + i, 4789); }},
        {"v6 destination walk",
         [&](unsigned i) {
            auto dst = fmt::format("2001:db8::{:x}", i);
-           return tcp6(fixedDst.c_str(), dst.c_str(), 33000, 80);
+           return tcp6("2001:db8::99", dst.c_str(), 33000, 80);
         }},
    };
    const unsigned flows = 10000;

@@ -76,4 +76,18 @@ inline std::vector<std::uint8_t> tcp6(const char* src = "2001:db8::1",
    return Bytes().eth(0x86dd).ip6(src, dst, kTcp, 20).tcp(sport, dport).v;
 }
 
+// One 802.1Q tag (VLAN 100, PCP 5) + IPv4 with one option word + TCP 80 -> 5555.
+inline std::vector<std::uint8_t> vlanTcp4() {
+   Bytes b;
+   b.macs().tag(0x8100, 0xa064).u16(0x0800);
+   return b.ip4("10.1.1.1", "10.2.2.2", kTcp, 20, 0, 6, 9).tcp(80, 5555).v;
+}
+
+// 802.1ad 200 + 802.1Q 300 + IPv6 + hop-by-hop + first fragment + UDP 7 -> 8.
+inline std::vector<std::uint8_t> qinqFragUdp6() {
+   Bytes b;
+   b.macs().tag(0x88a8, 200).tag(0x8100, 300).u16(0x86dd);
+   return b.ip6("::1", "::2", 0, 24).ip6Ext(44).ip6Frag(kUdp, 1).udp(7, 8).v;
+}
+
 } // namespace TestPackets
