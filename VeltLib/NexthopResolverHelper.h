@@ -6,7 +6,7 @@
 #include "Kor/Entity.h"
 #include "Kor/TypeInfo.h"
 #include "L3/VrfName.h"
-#include "Packet/PacketParser.h"
+#include "Packet/PacketParserRoot.h"
 #include "Packet/Pkt.h"
 #include "Pelin/Ptr.h"
 #include "VeltLib/NexthopResolverRoot.h"

@@ -1,17 +1,19 @@
 // The per-packet context: PacketContextBase carries what every trace line and count needs
-// (packet id, counter sink, trace prefix) and the packet; PacketContext adds the packet's
-// hash. Both live in the global namespace, as the routing context derives from the base.
+// (packet id, counter sink, trace prefix) and the packet; PacketContext adds the input
+// interface, the parsed headers and the flow hash. Both live in the global namespace, as
+// the routing context derives from the base.
 #pragma once
 #include "Counters/VeltNamedCounters.h"
 #include "Lumo/IntfId.h"
+#include "Packet/PacketHasher.h"
+#include "Packet/PacketParser.h"
+#include "Packet/ParsedPkt.h"
 #include "Packet/Pkt.h"
 #include "Pelin/Ptr.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
-
-class PacketHasher;
-class PacketParser;
 
 class PacketContextBase : public Pelin::Node {
  public:
@@ -43,15 +45,27 @@ class PacketContext : public PacketContextBase {
  public:
    // Copies the base's fields.
    explicit PacketContext(const PacketContextBase& base) : PacketContextBase(base) {}
-   // Placeholder until the packet parser lands: the input interface and hasher are unused.
-   PacketContext(const PacketContextBase& base, Lumo::IntfId, const Pelin::Ptr<PacketHasher>&)
-       : PacketContextBase(base) {}
-   void initializeParsedPkt(const Pelin::Ptr<PacketParser>&) {}
+   // `hasher` may be null: the hash is then left to hashIs().
+   PacketContext(const PacketContextBase& base, Lumo::IntfId inIntf,
+                 const Pelin::Ptr<PacketHasher>& hasher)
+       : PacketContextBase(base), inIntf_(inIntf), hasher_(hasher) {}
+
+   Lumo::IntfId inIntf() const { return inIntf_; }
+   const Pelin::Ptr<PacketHasher>& hasher() const { return hasher_; }
+
+   // Parses the base's packet with `parser` and, with a hasher, sets the hash from it.
+   // Without a parser or a packet the context is left unparsed.
+   void initializeParsedPkt(const Pelin::Ptr<PacketParser>& parser);
+   // Null until initializeParsedPkt() has parsed a packet.
+   const Lumo::ParsedPkt* parsedPkt() const { return parsed_ ? &*parsed_ : nullptr; }
 
    // 0 means the packet has no hash.
    std::uint32_t hash() const { return hash_; }
    void hashIs(std::uint32_t h) { hash_ = h; }
 
  private:
+   Lumo::IntfId inIntf_;
+   Pelin::Ptr<PacketHasher> hasher_;
+   std::optional<Lumo::ParsedPkt> parsed_;
    std::uint32_t hash_ = 0;
 };

@@ -1,19 +1,30 @@
-// Placeholder until the packet parser lands: the names the caller API needs, nothing
-// more. PacketParserRoot holds the parser and the flow hasher an agent resolves packets
-// with.
+// PacketParser: reads Ethernet, VLAN tags, IPv4/IPv6 and TCP/UDP ports from raw packet
+// bytes into a Lumo::ParsedPkt, never past the bytes given, whatever they hold.
 #pragma once
+#include "Packet/ParsedPkt.h"
+#include "Packet/Pkt.h"
 #include "Pelin/Ptr.h"
 
-class PacketHasher : public Pelin::Node {};
+#include <cstddef>
+#include <cstdint>
 
-class PacketParser : public Pelin::Node {};
-
-class PacketParserRoot : public Pelin::Node {
+class PacketParser : public Pelin::Node {
  public:
-   const Pelin::Ptr<PacketParser>& parser() const { return parser_; }
-   const Pelin::Ptr<PacketHasher>& hasher() const { return hasher_; }
+   // IPv6 extension headers walked before giving up on reaching the transport header.
+   static constexpr unsigned maxIp6ExtHeaders = 8;
+
+   // `bytes` may be null only when `len` is 0.
+   Lumo::ParsedPkt parse(const std::uint8_t* bytes, std::size_t len) const;
+   Lumo::ParsedPkt parse(const Lumo::Pkt& pkt) const {
+      return parse(pkt.bytes().data(), pkt.size());
+   }
 
  private:
-   Pelin::Ptr<PacketParser> parser_;
-   Pelin::Ptr<PacketHasher> hasher_;
+   // Each reads the header at `off`; `end` bounds the bytes it may look at.
+   void parseIp4(const std::uint8_t* b, std::size_t off, std::size_t end,
+                 Lumo::ParsedPkt& p) const;
+   void parseIp6(const std::uint8_t* b, std::size_t off, std::size_t end,
+                 Lumo::ParsedPkt& p) const;
+   void parsePorts(const std::uint8_t* b, std::size_t off, std::size_t end,
+                   Lumo::ParsedPkt& p) const;
 };

@@ -8,6 +8,34 @@
 
 namespace Quarn::FibGen {
 
+namespace FecType {
+
+namespace {
+constexpr Name fecTypeNames[] = {{forward, "forward"},
+                                 {drop, "drop"},
+                                 {receive, "receive"},
+                                 {receiveBcast, "receiveBcast"},
+                                 {kernel, "kernel"}};
+} // namespace
+
+std::span<const Name> names() { return fecTypeNames; }
+
+std::string_view name(std::uint8_t type) {
+   for (const Name& n : fecTypeNames) {
+      if (n.type == type) return n.name;
+   }
+   return {};
+}
+
+std::optional<std::uint8_t> fromName(std::string_view name) {
+   for (const Name& n : fecTypeNames) {
+      if (n.name == name) return n.type;
+   }
+   return std::nullopt;
+}
+
+} // namespace FecType
+
 namespace {
 
 void checkCount(const char* name, std::uint32_t count, std::uint32_t max) {

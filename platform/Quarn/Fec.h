@@ -5,7 +5,9 @@
 #include "Quarn/Via.h"
 #include "Quarn/ViaIndex.h"
 
+#include <optional>
 #include <span>
+#include <string_view>
 
 namespace Quarn::FibGen {
 
@@ -16,6 +18,16 @@ inline constexpr std::uint8_t drop = 1;
 inline constexpr std::uint8_t receive = 2;
 inline constexpr std::uint8_t receiveBcast = 4;
 inline constexpr std::uint8_t kernel = 6;
+
+// The names of the constants above, for text that names a type ("receiveBcast").
+struct Name {
+   std::uint8_t type;
+   std::string_view name;
+};
+std::span<const Name> names();
+// Empty when `type` has no name.
+std::string_view name(std::uint8_t type);
+std::optional<std::uint8_t> fromName(std::string_view name);
 } // namespace FecType
 
 class Fec {

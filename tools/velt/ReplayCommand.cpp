@@ -26,7 +26,7 @@ struct ReplayOptions {
 constexpr std::uint64_t kProgressEvery = 1 << 18;
 
 void run(const GlobalOptions& global, const ReplayOptions& o) {
-   VeltPcap::PcapReader reader(o.file); // fails early on a bad file, before start-up
+   VeltTools::PcapReader reader(o.file); // fails early on a bad file, before start-up
    Agent agent(loadState(global));
    if (!agent.hasVrf(o.vrf)) throw std::invalid_argument("--vrf " + o.vrf + ": no such VRF is up");
    const bool progress = !o.quiet && isatty(STDERR_FILENO);
@@ -35,14 +35,13 @@ void run(const GlobalOptions& global, const ReplayOptions& o) {
    const auto& parser = *agent.parserRoot()->parser();
    ReplaySummary summary;
    const auto start = std::chrono::steady_clock::now();
-   VeltPcap::PcapPacket packet;
-   while (reader.next(packet)) {
-      Lumo::ParsedPkt parsed = parser.parse(packet.data, packet.length);
+   while (auto packet = reader.next()) {
+      Lumo::ParsedPkt parsed = parser.parse(packet->data(), packet->size());
       if (!parsed.isIp()) {
          summary.skipped();
          continue;
       }
-      pkt->bytesAssign(packet.data, packet.length);
+      pkt->bytesAssign(packet->data(), packet->size());
       auto nh = routingNexthopFactory(Lumo::IntfId());
       nh->dstIpIs(parsed.dstIp());
       agent.resolveWithPkt(nh, o.vrf, pkt, counters);
