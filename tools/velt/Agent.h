@@ -4,7 +4,7 @@
 #pragma once
 #include "Counters/VeltNamedCounters.h"
 #include "Ip/VrfStatus.h"
-#include "Packet/PacketParser.h"
+#include "Packet/PacketParserRoot.h"
 #include "VeltLib/NexthopResolverRoot.h"
 #include "VeltLib/RoutingNexthop.h"
 #include "Vrf/NameToIdMap.h"

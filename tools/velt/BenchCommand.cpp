@@ -6,6 +6,8 @@
 #include "Commands.h"
 #include "HeapCounter.h"
 
+#include <nlohmann/json.hpp>
+
 #include <fmt/format.h>
 
 #include <algorithm>
