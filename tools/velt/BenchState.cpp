@@ -99,7 +99,7 @@ std::vector<Lumo::IpGenAddr> benchDestinations(std::uint32_t routes, bool v6, st
       if (!v6) {
          text = text.substr(0, text.rfind('.') + 1) + std::to_string(host);
       } else {
-         text = text.substr(0, text.size() - 1) + fmt::format("{:x}", host);
+         text += fmt::format("{:x}", host);
       }
       out.emplace_back(text);
    }

@@ -73,8 +73,8 @@ void run(const GlobalOptions& global, const ReplayOptions& o) {
                             o.file, summary.packets(), o.vrf, summary.skippedPackets(), pps);
    std::cout << "decisions\n";
    for (const auto& [kind, n] : summary.byKind()) std::cout << fmt::format("  {:<18} {}\n", kind, n);
-   std::cout << "forwarded by output interface, neighbour and MAC\n";
-   for (const auto& [out, n] : summary.byOutput()) std::cout << fmt::format("  {:<48} {}\n", out, n);
+   std::cout << "forwarded by output interface and neighbour MAC\n";
+   for (const auto& [out, n] : summary.byOutput()) std::cout << fmt::format("  {:<32} {}\n", out, n);
    std::cout << "counts\n";
    for (const auto& c : counters->all()) {
       std::cout << fmt::format("  {:<12} \"{}\" {}\n", c.category, c.text, c.count);

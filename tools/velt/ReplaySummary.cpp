@@ -29,25 +29,28 @@ void ReplaySummary::add(const RoutingNexthop& nh) {
    ++packets_;
    const char* kind = kindOf(nh);
    ++byKind_[kind];
-   if (kind[0] == 'f') {
-      ++byOutput_[fmt::format("{} {} {}", nh.outputIntf(), nh.dstIp(), nh.dstMac())];
-   }
+   if (kind[0] == 'f') ++byOutput_[fmt::format("{} {}", nh.outputIntf(), nh.dstMac())];
    const Quarn::FibGen::Fec& fec = nh.fec();
-   if (fec.viaCount() < 2 || nh.via() == Quarn::FibGen::Via()) return;
+   if (fec.viaCount() < 2) return;
    std::string id = fmt::format("{}", fec.fecId());
    if (!lastSplit_ || id != lastFec_) {
       auto [it, added] = splits_.try_emplace(id);
       if (added) {
+         const std::uint32_t backup = fec.backupViaIndex();
          for (const Quarn::FibGen::Via& v : fec.vias()) {
-            it->second.push_back({viaText(v), v.weight(), 0});
+            const bool isBackup = backup != 0 && it->second.size() == backup;
+            it->second.push_back({viaText(v), v.weight(), isBackup, 0});
          }
       }
       lastFec_ = id;
       lastSplit_ = &it->second;
    }
+   // The chosen via when the next hop kept it; else (a backup FEC resolves its pick on a
+   // copy) the first via out of the interface the packet leaves by.
    const auto vias = fec.vias();
+   const bool keptVia = nh.via() != Quarn::FibGen::Via();
    for (std::size_t i = 0; i < vias.size() && i < lastSplit_->size(); ++i) {
-      if (vias[i] == nh.via()) {
+      if (keptVia ? vias[i] == nh.via() : vias[i].intfId() == nh.outputIntf()) {
          ++(*lastSplit_)[i].packets;
          return;
       }
@@ -60,15 +63,16 @@ std::string ReplaySummary::splitChart(int barWidth) const {
       std::uint64_t total = 0, weights = 0;
       for (const ViaSplit& v : vias) {
          total += v.packets;
-         weights += v.weight;
+         if (!v.backup) weights += v.weight;
       }
-      out += fmt::format("  {} ({} vias, {} packets)  weight share | packets | got\n", fec,
+      out += fmt::format("  {} ({} vias, {} packets): weight share, then packets got\n", fec,
                          vias.size(), total);
       for (const ViaSplit& v : vias) {
-         double want = weights ? double(v.weight) / weights : 0;
+         double want = weights && !v.backup ? double(v.weight) / weights : 0;
          double got = total ? double(v.packets) / total : 0;
-         out += fmt::format("    {:<28} w{:<3} {:5.1f}% |{}| {:5.1f}%\n", v.via, v.weight,
-                            want * 100, bar(got, barWidth), got * 100);
+         std::string share = v.backup ? "backup" : fmt::format("{:5.1f}%", want * 100);
+         out += fmt::format("    {:<28} w{:<3} {:>6} |{}| {:5.1f}%\n", v.via, v.weight, share,
+                            bar(got, barWidth), got * 100);
       }
    }
    return out;
@@ -84,7 +88,8 @@ nlohmann::json ReplaySummary::json() const {
    for (const auto& [fec, vias] : splits_) {
       nlohmann::json rows = nlohmann::json::array();
       for (const ViaSplit& v : vias) {
-         rows.push_back({{"via", v.via}, {"weight", v.weight}, {"packets", v.packets}});
+         rows.push_back({{"via", v.via}, {"weight", v.weight}, {"backup", v.backup},
+                         {"packets", v.packets}});
       }
       splits[fec] = rows;
    }

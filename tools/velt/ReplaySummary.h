@@ -16,6 +16,7 @@ namespace Velt::Tool {
 struct ViaSplit {
    std::string via; // "Ethernet49 10.255.0.2"
    std::uint32_t weight = 0;
+   bool backup = false; // the FEC's backup via: outside the weighted split
    std::uint64_t packets = 0;
 };
 
