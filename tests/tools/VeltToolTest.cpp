@@ -1,0 +1,196 @@
+// The built velt run as a user runs it: decisions on the example leaf switch, exit codes and
+// messages for bad input, plugins found through the search path, replay splits.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+#include <sys/wait.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+struct Outcome {
+   int code;
+   std::string out; // stdout and stderr
+};
+
+Outcome run(const std::string& args, const std::string& env = "") {
+   std::string cmd = env + " " VELT_BIN " " + args + " 2>&1";
+   FILE* p = popen(cmd.c_str(), "r");
+   Outcome r{-1, {}};
+   std::array<char, 4096> buf;
+   while (std::size_t n = fread(buf.data(), 1, buf.size(), p)) r.out.append(buf.data(), n);
+   int status = pclose(p);
+   r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+   return r;
+}
+
+json decisions(const std::string& args) {
+   Outcome r = run("resolve --json " + args);
+   EXPECT_EQ(r.code, 0) << r.out;
+   return json::parse(r.out)["decisions"];
+}
+
+fs::path tmpDir(const std::string& name) {
+   const char* base = std::getenv("VELT_TEST_TMP");
+   fs::path dir = fs::path(base ? base : "/tmp") / name;
+   fs::remove_all(dir);
+   fs::create_directories(dir);
+   return dir;
+}
+
+bool hasCount(const json& d, const std::string& text) {
+   for (const auto& c : d["counts"]) {
+      if (c["text"] == text) return true;
+   }
+   return false;
+}
+
+TEST(VeltToolTest, ExampleDecisionsInBothVrfs) {
+   json t = decisions("--vrf tenant 192.0.2.10 2001:db8:10::10 198.51.100.200 203.0.113.70 "
+                      "192.0.2.1 10.200.0.1 2001:db8:77::1");
+   ASSERT_EQ(t.size(), 7u);
+   EXPECT_EQ(t[0]["decision"], "forwarded");
+   EXPECT_EQ(t[0]["outputInterface"], "Vlan10");
+   EXPECT_EQ(t[0]["dstMac"], "02:00:0a:00:00:10");
+   EXPECT_EQ(t[0]["route"], "192.0.2.0/25");
+   EXPECT_EQ(t[1]["outputInterface"], "Vlan10");
+   EXPECT_EQ(t[2]["decision"], "dropped"); // null route
+   EXPECT_EQ(t[3]["decision"], "trapped"); // gateway without a neighbour
+   EXPECT_TRUE(t[3]["kernelHandlesPacket"]);
+   EXPECT_EQ(t[4]["decision"], "received");
+   EXPECT_EQ(t[5]["decision"], "forwarded"); // leaked default route: jumps to VRF default
+   EXPECT_EQ(t[5]["endVrf"], "default");
+   // No route at all: the fallback traps it at once, without spinning to the pass limit.
+   EXPECT_EQ(t[6]["decision"], "trapped");
+   EXPECT_TRUE(hasCount(t[6], "No route, trying fallbacks for {}"));
+   EXPECT_FALSE(hasCount(t[6], "Could not resolve after {} iterations"));
+
+   json d = decisions("10.0.255.11 fibGenAdj:1 Vlan4094@10.0.1.1");
+   EXPECT_EQ(d[0]["decision"], "received");
+   EXPECT_EQ(d[1]["decision"], "forwarded");
+   EXPECT_EQ(d[2]["outputInterface"], "Vlan4094");
+   EXPECT_EQ(d[2]["dstMac"], "02:1e:00:00:00:02");
+}
+
+TEST(VeltToolTest, FlowPicksAmongWeightedVias) {
+   Outcome mixed = run("resolve --flow 10.9.9.9,2001:db8:99::1,udp,1,53 2001:db8:99::1");
+   EXPECT_EQ(mixed.code, 1);
+   EXPECT_NE(mixed.out.find("different families"), std::string::npos) << mixed.out;
+   std::set<std::string> outputs;
+   for (int port = 1000; port < 1040; ++port) {
+      json d = decisions("--flow fd00::9,2001:db8:99::1,udp," + std::to_string(port) +
+                         ",53 2001:db8:99::1");
+      outputs.insert(d[0]["outputInterface"].get<std::string>());
+   }
+   EXPECT_GE(outputs.size(), 3u);
+}
+
+TEST(VeltToolTest, BadInputGivesClearErrorsAndExitCodes) {
+   EXPECT_EQ(run("--help").code, 0);
+   EXPECT_EQ(run("resolve --help").code, 0);
+   Outcome noCommand = run("");
+   EXPECT_EQ(noCommand.code, 2);
+   Outcome badOption = run("resolve --bogus 10.0.0.1");
+   EXPECT_EQ(badOption.code, 2);
+   EXPECT_NE(badOption.out.find("--bogus"), std::string::npos) << badOption.out;
+   Outcome badTarget = run("resolve 10.0.0.300");
+   EXPECT_EQ(badTarget.code, 1);
+   EXPECT_NE(badTarget.out.find("\"10.0.0.300\""), std::string::npos) << badTarget.out;
+   Outcome badVrf = run("resolve --vrf nosuch 10.0.0.1");
+   EXPECT_EQ(badVrf.code, 1);
+   EXPECT_NE(badVrf.out.find("nosuch"), std::string::npos) << badVrf.out;
+   Outcome badFlow = run("resolve --flow 10.0.0.1,10.0.0.2,icmp,1,2 10.0.0.2");
+   EXPECT_EQ(badFlow.code, 1);
+   EXPECT_NE(badFlow.out.find("icmp"), std::string::npos) << badFlow.out;
+
+   fs::path dir = tmpDir("velt-bad-state");
+   std::ofstream(dir / "bad.yaml") << "vrfs:\n  - {name: red, id: 1, colour: blue}\n";
+   Outcome badState = run("--state " + (dir / "bad.yaml").string() + " resolve 10.0.0.1");
+   EXPECT_EQ(badState.code, 1);
+   EXPECT_NE(badState.out.find("bad.yaml:2:"), std::string::npos) << badState.out;
+   EXPECT_NE(badState.out.find("colour"), std::string::npos) << badState.out;
+   EXPECT_EQ(run("replay /nonexistent.pcap").code, 2);
+   std::ofstream(dir / "junk.pcap") << "not a capture";
+   Outcome junk = run("replay " + (dir / "junk.pcap").string());
+   EXPECT_EQ(junk.code, 1);
+   EXPECT_NE(junk.out.find("junk.pcap"), std::string::npos) << junk.out;
+}
+
+TEST(VeltToolTest, PluginsComeFromTheSearchPath) {
+   fs::path dir = tmpDir("velt-plugin-path");
+   fs::create_directories(dir / "NhrPlugin");
+   for (const char* lib : {"libbuiltins.so", "librouteLookup.so"}) {
+      fs::copy_file(fs::path(VELT_PLUGIN_DIR) / lib, dir / "NhrPlugin" / lib);
+   }
+   Outcome ok = run("resolve 10.0.1.1", "VELT_PLUGIN_PATH=" + dir.string());
+   EXPECT_EQ(ok.code, 0) << ok.out;
+   EXPECT_NE(ok.out.find("forwarded via Vlan4094"), std::string::npos) << ok.out;
+   Outcome missing = run("resolve 10.0.1.1", "VELT_PLUGIN_PATH=" + dir.string() +
+                                             " VELT_NHR_PLUGINS=builtins,noSuchPlugin");
+   EXPECT_EQ(missing.code, 1);
+   EXPECT_NE(missing.out.find("noSuchPlugin"), std::string::npos) << missing.out;
+   // Without the route lookup a destination has no resolver: the fallback step traps it.
+   Outcome noLookup = run("resolve --json 10.0.1.1", "VELT_NHR_PLUGINS=builtins");
+   EXPECT_EQ(noLookup.code, 0) << noLookup.out;
+}
+
+TEST(VeltToolTest, ReplaySplitFollowsTheWeights) {
+   fs::path dir = tmpDir("velt-replay");
+   std::string pcap = (dir / "flows.pcap").string();
+   ASSERT_EQ(std::system((std::string(VELT_PCAPGEN) + " -o " + pcap +
+                          " -d 2001:db8:99::/48 -n 20000 -f 20000 -s 5 > /dev/null")
+                             .c_str()),
+             0);
+   Outcome r = run("replay --json --quiet " + pcap);
+   ASSERT_EQ(r.code, 0) << r.out;
+   json j = json::parse(r.out);
+   EXPECT_EQ(j["packets"], 20000);
+   EXPECT_EQ(j["decisions"]["forwarded"], 20000);
+   // ::/0 over four uplinks weighted 4:4:2:2: each share within 2 points of its weight's.
+   const json& vias = j["multipath"]["fibGenAdj:2"];
+   ASSERT_EQ(vias.size(), 4u);
+   const double want[] = {4.0 / 12, 4.0 / 12, 2.0 / 12, 2.0 / 12};
+   for (int i = 0; i < 4; ++i) {
+      double got = vias[i]["packets"].get<double>() / 20000;
+      EXPECT_NEAR(got, want[i], 0.02) << vias[i]["via"];
+   }
+}
+
+TEST(VeltToolTest, ExampleCaptureIsReproducedByItsScript) {
+   fs::path dir = tmpDir("velt-example-pcap");
+   std::string out = (dir / "leaf.pcap").string();
+   std::string cmd = "bash " VELT_SOURCE_DIR "/examples/make-leaf-pcap.sh " VELT_PCAPGEN " " + out;
+   ASSERT_EQ(std::system(cmd.c_str()), 0);
+   auto bytes = [](const std::string& f) {
+      std::ifstream in(f, std::ios::binary);
+      return std::string(std::istreambuf_iterator<char>(in), {});
+   };
+   EXPECT_EQ(bytes(out), bytes(VELT_SOURCE_DIR "/examples/leaf.pcap"));
+   Outcome r = run("replay --quiet " VELT_SOURCE_DIR "/examples/leaf.pcap");
+   EXPECT_EQ(r.code, 0);
+   EXPECT_NE(r.out.find("4000 IP packets"), std::string::npos) << r.out;
+}
+
+TEST(VeltToolTest, ShowAndBenchRun) {
+   Outcome show = run("show --json");
+   ASSERT_EQ(show.code, 0) << show.out;
+   json s = json::parse(show.out);
+   EXPECT_EQ(s["steps"].size(), 6u);
+   EXPECT_EQ(s["steps"]["DstIpType"], 50000);
+   EXPECT_TRUE(s["vrfRoots"]["vrfRoot"].contains("tenant"));
+   Outcome bench = run("bench --json --routes 100 --iterations 200 --repetitions 1");
+   ASSERT_EQ(bench.code, 0) << bench.out;
+   json b = json::parse(bench.out.substr(bench.out.find('{')));
+   EXPECT_EQ(b["scenarios"].size(), 6u);
+}
+
+} // namespace
