@@ -268,6 +268,19 @@ void inserts(benchmark::State& state, Family family) {
    state.SetItemsProcessed(std::int64_t(state.iterations() * routes.size()));
 }
 
+// One route erased and put back per iteration, through the loaded table: the cost of a
+// single update (two changes) once the table is warm.
+void updates(benchmark::State& state, Family family) {
+   Table::PrefixMap& map = *loaded<Table::PrefixMap>(family).map;
+   const auto& routes = routesOf(family);
+   std::mt19937_64 rng(5);
+   for (auto _ : state) {
+      std::size_t i = rng() % routes.size();
+      map.erase(routes[i]);
+      map.insert(routes[i], i);
+   }
+}
+
 void BM_LpmIpv4Covered(benchmark::State& state) {
    lookups<Table::PrefixMap>(state, Family::ipv4, true);
 }
@@ -304,6 +317,8 @@ void BM_LpmIpv6Chained(benchmark::State& state) {
 void BM_LpmIpv6ChainedLegacy(benchmark::State& state) {
    chainedLookups<LegacyPrefixMap>(state, Family::ipv6);
 }
+void BM_LpmUpdateIpv4(benchmark::State& state) { updates(state, Family::ipv4); }
+void BM_LpmUpdateIpv6(benchmark::State& state) { updates(state, Family::ipv6); }
 void BM_LpmInsertIpv4(benchmark::State& state) {
    inserts<Table::PrefixMap>(state, Family::ipv4);
 }
@@ -329,6 +344,8 @@ BENCHMARK(BM_LpmIpv4Chained);
 BENCHMARK(BM_LpmIpv4ChainedLegacy);
 BENCHMARK(BM_LpmIpv6Chained);
 BENCHMARK(BM_LpmIpv6ChainedLegacy);
+BENCHMARK(BM_LpmUpdateIpv4);
+BENCHMARK(BM_LpmUpdateIpv6);
 BENCHMARK(BM_LpmInsertIpv4)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_LpmInsertIpv4Legacy)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_LpmInsertIpv6)->Unit(benchmark::kMillisecond)->Iterations(1);
