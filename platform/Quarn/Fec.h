@@ -65,6 +65,13 @@ class Fec {
    Via* viaStorageIs(std::uint32_t n);
    Via* secondaryViaStorageIs(std::uint32_t n);
 
+   // Equal to Fec(Fib::FecId()), the empty FEC of id 0; decided on the header alone, as an
+   // empty FEC has no vias to compare.
+   bool isEmpty() const {
+      return !fecId_.isValid() && backupViaIndex_ == 0 && fecType_ == FecType::forward &&
+             flags_ == 0 && !loopbackOnly_ && viaCount_ == 0 && secondaryViaCount_ == 0;
+   }
+
    static bool isEq(const Fec& a, const Fec& b);
    friend bool operator==(const Fec& a, const Fec& b) { return isEq(a, b); }
 
