@@ -19,6 +19,19 @@ enum DriverAttr : Kor::AttrId {
 
 constexpr const char* kComponent = "NHResolver";
 
+// The unset address and the default via ("no via"), tested field by field: the ==
+// of their std::array bytes is a memcmp call, and these tests run on every pass.
+bool isUnset(const Lumo::IpGenAddr& a) {
+   std::uint64_t w[2];
+   std::memcpy(w, a.bytes(), sizeof w);
+   return a.af() == Lumo::AddressFamily::ipunknown_ && (w[0] | w[1]) == 0;
+}
+
+bool isNoVia(const Quarn::FibGen::Via& v) {
+   return !v.intfId().isValid() && v.weight() == 0 && !v.fecId().isValid() &&
+          v.tunnelId() == 0 && isUnset(v.hop());
+}
+
 // No trace line, ring record or next-hop dump can be written.
 bool nothingTraces() {
    return !Trace::anyLevelOn() && !Ringlog::isOpen() && !(velt_trace_verbose_bitmap & 1u);
@@ -186,7 +199,7 @@ bool NhrCopyViaNexthopStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx
    const Pelin::Ptr<RoutingNexthop>& nexthop = nhrCtx->nexthop();
    const Pelin::Ptr<RoutingContext>& rCtx = nhrCtx->rCtx();
    const Quarn::FibGen::Via via = nexthop->via();
-   if (Quarn::FibGen::Via::isEq(via, Quarn::FibGen::Via())) return true;
+   if (isNoVia(via)) return true;
    VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Resolving via");
    nexthop->outputIntfIs(via.intfId());
    const L3::Intf::Status* status =
@@ -195,7 +208,7 @@ bool NhrCopyViaNexthopStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx
    // Without a root there is no current VRF to compare with, so no jump is asked for.
    if (status && root && !(status->vrfName == root->vrfName())) nexthop->vrfIs(status->vrfName);
    if (via.fecId().isValid()) nexthop->fecIdIs(via.fecId());
-   if (!(via.hop() == Lumo::IpGenAddr())) nexthop->dstIpIs(via.hop());
+   if (!isUnset(via.hop())) nexthop->dstIpIs(via.hop());
    return false;
 }
 
@@ -249,7 +262,7 @@ bool NhrDstIpTypeStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
    const Pelin::Ptr<RoutingNexthop>& nexthop = nhrCtx->nexthop();
    const Pelin::Ptr<RoutingContext>& rCtx = nhrCtx->rCtx();
    const Lumo::IpGenAddr& dstIp = nexthop->dstIp();
-   if (dstIp == Lumo::IpGenAddr(Lumo::AddressFamily::ipunknown_)) return true;
+   if (isUnset(dstIp)) return true;
    VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Lookup dstIp resolver for {}", dstIp);
    DstIpResolver* resolver = resolvers_ ? resolvers_->dstIpResolverAt(dstIp.af()) : nullptr;
    // Unlike a FEC or FEC id, a destination nobody resolves goes on to the fallback.
@@ -265,7 +278,7 @@ NoIpRouteFallbackStep::NoIpRouteFallbackStep(
 bool NoIpRouteFallbackStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
    const Pelin::Ptr<RoutingNexthop>& nexthop = nhrCtx->nexthop();
    const Pelin::Ptr<RoutingContext>& rCtx = nhrCtx->rCtx();
-   if (nexthop->dstIp() == Lumo::IpGenAddr()) return true;
+   if (isUnset(nexthop->dstIp())) return true;
    if (!(nexthop->route() == Lumo::IpGenPrefix())) return true;
    rCtx->count("Action", kComponent, "No route, trying fallbacks for {}");
    VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "No route, trying fallbacks for {}",
@@ -526,14 +539,14 @@ void ArpLookupHandler::resolve(const Pelin::Ptr<RoutingContext>& rCtx,
       nh.dropIs(true);
       return;
    }
-   if (!nh.dstMac().isZero()) {
+   if (!RoutingNexthop::isZeroMac(nh.dstMac())) {
       // Resolving a next hop that already has its MAC is an inconsistency: dropped, on
       // purpose, rather than passed on.
       VELT_PKT_TRACE(nhResolverTrace(), 3, ctx, "Output mac already set {}", nh.dstMac());
       nh.dropIs(true);
       return;
    }
-   if (nh.dstIp() == Lumo::IpGenAddr()) {
+   if (isUnset(nh.dstIp())) {
       ctx.count("Exceptional", kComponent, "No destination ip for arp");
       VELT_PKT_TRACE(nhResolverTrace(), 3, ctx, "No destination ip for arp");
       nh.dropIs(true);
@@ -603,7 +616,7 @@ void ForwardFecTypeResolver::resolve(const Pelin::Ptr<RoutingContext>& rCtx,
    }
    // Connected: the packet's own destination is the neighbour; the interface step and
    // the ARP handler finish the next hop from here.
-   if (nexthop->dstIp() != Lumo::IpGenAddr()) {
+   if (!isUnset(nexthop->dstIp())) {
       nexthop->outputIntfIs(via.intfId());
       return;
    }
@@ -635,7 +648,7 @@ void ForwardFecTypeResolver::resolveUcmp(const Pelin::Ptr<RoutingContext>& rCtx,
       return;
    }
 
-   const bool hasBackup = !Quarn::FibGen::Via::isEq(backup, Quarn::FibGen::Via());
+   const bool hasBackup = !isNoVia(backup);
    if (!hasBackup) {
       // Without a backup the first pick is final: one walk to weigh the primaries, one to
       // find the picked one, and no list of them.

@@ -20,6 +20,7 @@
 #include "VeltLib/RoutingRewriteInfoTypes.h"
 
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 
@@ -116,7 +117,15 @@ class RoutingNexthop : public Kor::Notifier {
       if (toMe_) return true;
       if (outputIntf_ == cpuIntf) return true;
       if (!outputIntf_.isValid()) return false;
-      return !dstMac_.isZero();
+      return !isZeroMac(dstMac_);
+   }
+   // Lumo::EthAddr::isZero() in two loads: the == of its std::array is a memcmp call.
+   static bool isZeroMac(const Lumo::EthAddr& mac) {
+      std::uint32_t high;
+      std::uint16_t low;
+      std::memcpy(&high, mac.bytes(), sizeof high);
+      std::memcpy(&low, mac.bytes() + sizeof high, sizeof low);
+      return (high | low) == 0;
    }
    void copyOifAndDstMac(const Pelin::Ptr<RoutingNexthop>& nexthop);
 

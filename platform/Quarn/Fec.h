@@ -62,8 +62,17 @@ class Fec {
 
    // For readers that copy vias in bulk: sets the count (bounds checked) and returns the
    // storage to fill, leaving its contents as they are.
-   Via* viaStorageIs(std::uint32_t n);
-   Via* secondaryViaStorageIs(std::uint32_t n);
+   // Inline: table reads call them once per FEC.
+   Via* viaStorageIs(std::uint32_t n) {
+      if (n > maxVias) countAboveMax("viaCount", n, maxVias);
+      viaCount_ = n;
+      return &vias_[0].via;
+   }
+   Via* secondaryViaStorageIs(std::uint32_t n) {
+      if (n > maxSecondaryVias) countAboveMax("secondaryViaCount", n, maxSecondaryVias);
+      secondaryViaCount_ = n;
+      return &secondaryVias_[0].via;
+   }
 
    // Equal to Fec(Fib::FecId()), the empty FEC of id 0; decided on the header alone, as an
    // empty FEC has no vias to compare.
@@ -83,6 +92,9 @@ class Fec {
       Via via;
    };
    void copyFrom(const Fec& o);
+   // Raises the RangeException of a count above its bound.
+   [[noreturn]] static void countAboveMax(const char* name, std::uint32_t count,
+                                          std::uint32_t max);
 
    Fib::FecId fecId_;
    std::uint32_t backupViaIndex_ = 0;
