@@ -58,13 +58,33 @@ ArpEntry ArpHelper::neighborEntry(const Arp::Table::ArpKey& key) const {
 ArpResult::Ptr ArpHelper::arpLookup(Lumo::IntfId outputIntf,
                                     const Lumo::IpGenAddr& nexthop,
                                     Vrf::VrfIdMap::VrfId vrfId) const {
+   Lumo::EthAddr mac;
+   if (!arpLookupMac(outputIntf, nexthop, vrfId, mac)) return nullptr;
+   return arpResultFactory(mac);
+}
+
+bool ArpHelper::arpLookupMac(Lumo::IntfId outputIntf, const Lumo::IpGenAddr& nexthop,
+                             Vrf::VrfIdMap::VrfId vrfId, Lumo::EthAddr& mac) const {
    const bool v4 = isIpv4(nexthop);
-   if (!table_) return nullptr;
+   if (!table_) return false;
    const ArpEntryMap& map = v4 ? table_->arpMap() : table_->neighborMap();
-   ArpEntry found = findOrReport(map, Arp::Table::ArpKey(outputIntf, vrfId, nexthop));
+   const Arp::Table::ArpKey key(outputIntf, vrfId, nexthop);
+   // findOrReport() on the stored value alone, without making entries to compare.
+   std::optional<Arp::Table::ArpValue> found;
+   try {
+      found = map.map().find(key);
+   } catch (const Pelin::CorruptionDetectedException& e) {
+      map.doCorruptionDetected(e.what());
+      return false;
+   }
+   if (!found) return false;
    // An entry equal to the default in every field is indistinguishable from a miss.
-   if (ArpEntry::isEq(found, ArpEntry())) return nullptr;
-   return arpResultFactory(found.ethAddr);
+   if (key == Arp::Table::ArpKey() && found->ethAddr.isZero() && found->flags == 0 &&
+       found->extFlags == 0) {
+      return false;
+   }
+   mac = found->ethAddr;
+   return true;
 }
 
 const Kor::TypeInfo* ArpHelper::typeData() const {

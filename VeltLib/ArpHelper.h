@@ -41,6 +41,10 @@ public:
    // The neighbour's address, or null when unknown. `nexthop` must be IPv4 or IPv6.
    ArpResult::Ptr arpLookup(Lumo::IntfId outputIntf, const Lumo::IpGenAddr& nexthop,
                             Vrf::VrfIdMap::VrfId vrfId) const;
+   // The same answer without making a result object: true with the address in `mac`,
+   // false with `mac` untouched.
+   bool arpLookupMac(Lumo::IntfId outputIntf, const Lumo::IpGenAddr& nexthop,
+                     Vrf::VrfIdMap::VrfId vrfId, Lumo::EthAddr& mac) const;
 
    const Kor::TypeInfo* typeData() const override;
 

@@ -6,6 +6,8 @@
 #include "VeltLib/Traces.h"
 
 #include <cstring>
+#include <optional>
+#include <span>
 
 namespace Velt {
 
@@ -16,6 +18,24 @@ enum DriverAttr : Kor::AttrId {
 };
 
 constexpr const char* kComponent = "NHResolver";
+
+// The unset address and the default via ("no via"), tested field by field: the ==
+// of their std::array bytes is a memcmp call, and these tests run on every pass.
+bool isUnset(const Lumo::IpGenAddr& a) {
+   std::uint64_t w[2];
+   std::memcpy(w, a.bytes(), sizeof w);
+   return a.af() == Lumo::AddressFamily::ipunknown_ && (w[0] | w[1]) == 0;
+}
+
+bool isNoVia(const Quarn::FibGen::Via& v) {
+   return !v.intfId().isValid() && v.weight() == 0 && !v.fecId().isValid() &&
+          v.tunnelId() == 0 && isUnset(v.hop());
+}
+
+// No trace line, ring record or next-hop dump can be written.
+bool nothingTraces() {
+   return !Trace::anyLevelOn() && !Ringlog::isOpen() && !(velt_trace_verbose_bitmap & 1u);
+}
 
 } // namespace
 
@@ -65,22 +85,32 @@ void RoutingNexthopResolver::resolve(const Pelin::Ptr<RoutingContext>& ctx,
 
 void RoutingNexthopResolver::resolveInVrf(const Pelin::Ptr<RoutingContext>& ctx,
                                           const Pelin::Ptr<RoutingNexthop>& nexthop) {
-   Pelin::Ptr<ResolverVrfRoot> root = vrfRoots_->vrfRoot(nexthop->vrf());
-   if (!root) {
+   // Read in place and handed straight to the context, which keeps its own count.
+   const Pelin::Ptr<ResolverVrfRoot>* found = vrfRoots_->vrfRoot().find(nexthop->vrf());
+   if (!found || !*found) {
       VELT_PKT_TRACE(nhResolverTrace(), 3, *ctx, "Could not find resolver vrf root for vrf {}",
                      nexthop->vrf().view());
       ctx->count("Drop", kComponent, "Could not find resolver vrf root for vrf {}");
       nexthop->dropIs(true);
       return;
    }
-   VELT_PKT_TRACE(nhResolverTrace(), 3, *ctx, "Resolver in vrf {}", root->vrfName().view());
-   Pelin::Ptr<NhrPipelineContext> pctx = nhrPipelineContextFactory(ctx, root, nexthop);
+   VELT_PKT_TRACE(nhResolverTrace(), 3, *ctx, "Resolver in vrf {}",
+                  (*found)->vrfName().view());
+   Pelin::Ptr<NhrPipelineContext> pctx = nhrPipelineContextFactory(ctx, *found, nexthop);
+   const Pelin::Ptr<GenericPipelineContext> passCtx = pctx;
+   // While nothing traces, the steps built on NhrPipelineStep run straight through
+   // process(): all their call() adds is the trace lines and the checked cast, and the
+   // context is known to be ours here.
+   const auto direct = [&pctx](GenericPipelineStep& step) -> std::optional<bool> {
+      if (step.family() != NhrPipelineStep::mark() || !nothingTraces()) return std::nullopt;
+      return static_cast<NhrPipelineStep&>(step).process(pctx);
+   };
    nexthop->vrfIs(L3::VrfName());
    const bool hier = nexthop->resolveHierarchical();
    std::uint8_t passes = 0;
    if (maxResolutionsInVrf_ != 0) {
       while (!nexthop->drop() && !nexthop->fullyResolved() && nexthop->vrf().empty()) {
-         if (process(pctx)) {
+         if (processWith(passCtx, direct)) {
             VELT_PKT_TRACE(nhResolverTrace(), 3, *ctx, "Could not resolve, nexthop is empty");
             ctx->count("Exceptional", kComponent, "Could not resolve, nexthop is empty");
             nexthop->dropIs(true);
@@ -124,8 +154,10 @@ RoutingNexthopResolver::resolveNexthops(const Pelin::Ptr<RoutingContext>& ctx,
 namespace {
 
 // The common end of the dispatching steps: name the resolver, let it act, end the pass.
-// What the resolver did to the next hop is for the driver to judge.
+// What the resolver did to the next hop is for the driver to judge. The resolver is
+// counted while it runs, so that one unregistered by what it sets off still finishes.
 bool runResolver(const NhrPipelineContext& nhrCtx, BaseResolver& resolver) {
+   const Pelin::Ptr<BaseResolver> hold(&resolver);
    VELT_PKT_TRACE(nhResolverTrace(), 3, *nhrCtx.rCtx(), "Found resolver {}", resolver.name());
    resolver.resolve(nhrCtx.rCtx(), nhrCtx.vrfRoot(), nhrCtx.nexthop());
    return false;
@@ -139,20 +171,19 @@ NhrInterfaceTypeStep::NhrInterfaceTypeStep(const Pelin::Ptr<NexthopResolvers>& r
 }
 
 bool NhrInterfaceTypeStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
-   Pelin::Ptr<RoutingNexthop> inNexthop = nhrCtx->nexthop();
-   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
+   const Pelin::Ptr<RoutingNexthop>& inNexthop = nhrCtx->nexthop();
+   const Pelin::Ptr<RoutingContext>& rCtx = nhrCtx->rCtx();
    if (inNexthop->outputIntf() == Lumo::IntfId()) return true;
    const std::uint8_t typeId = Lumo::GenericIntfId::typeId(inNexthop->outputIntf());
    VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Lookup interface resolver for {}({})",
                   inNexthop->outputIntf(), typeId);
-   Pelin::Ptr<InterfaceResolver> resolver =
-       resolvers_ ? resolvers_->interfaceResolver(typeId) : nullptr;
+   InterfaceResolver* resolver = resolvers_ ? resolvers_->interfaceResolverAt(typeId) : nullptr;
    if (!resolver) {
       // The default lives under 0: a type id of 0 that finds nothing has no fallback.
       VELT_ASSERT_IN(Lumo::GenericIntfId::typeId( inNexthop->outputIntf() ) != 0,
                      "virtual bool Velt::NhrInterfaceTypeStep::process(const Ptr&)");
       VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "No specific resolver found, using default");
-      resolver = resolvers_ ? resolvers_->interfaceResolver(0) : nullptr;
+      resolver = resolvers_ ? resolvers_->interfaceResolverAt(0) : nullptr;
       if (!resolver) return true;
    }
    return runResolver(*nhrCtx, *resolver);
@@ -165,10 +196,10 @@ NhrCopyViaNexthopStep::NhrCopyViaNexthopStep(
 }
 
 bool NhrCopyViaNexthopStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
-   Pelin::Ptr<RoutingNexthop> nexthop = nhrCtx->nexthop();
-   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
+   const Pelin::Ptr<RoutingNexthop>& nexthop = nhrCtx->nexthop();
+   const Pelin::Ptr<RoutingContext>& rCtx = nhrCtx->rCtx();
    const Quarn::FibGen::Via via = nexthop->via();
-   if (Quarn::FibGen::Via::isEq(via, Quarn::FibGen::Via())) return true;
+   if (isNoVia(via)) return true;
    VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Resolving via");
    nexthop->outputIntfIs(via.intfId());
    const L3::Intf::Status* status =
@@ -177,7 +208,7 @@ bool NhrCopyViaNexthopStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx
    // Without a root there is no current VRF to compare with, so no jump is asked for.
    if (status && root && !(status->vrfName == root->vrfName())) nexthop->vrfIs(status->vrfName);
    if (via.fecId().isValid()) nexthop->fecIdIs(via.fecId());
-   if (!(via.hop() == Lumo::IpGenAddr())) nexthop->dstIpIs(via.hop());
+   if (!isUnset(via.hop())) nexthop->dstIpIs(via.hop());
    return false;
 }
 
@@ -187,15 +218,13 @@ NhrFecTypeStep::NhrFecTypeStep(const Pelin::Ptr<NexthopResolvers>& resolvers)
 }
 
 bool NhrFecTypeStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
-   Pelin::Ptr<RoutingNexthop> nexthop = nhrCtx->nexthop();
-   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
-   static const Quarn::FibGen::Fec emptyFec{Quarn::Fib::FecId()};
-   const Quarn::FibGen::Fec fec = nexthop->fec(); // the copy keeps the FEC's bounds checks
-   if (Quarn::FibGen::Fec::isEq(fec, emptyFec)) return true;
+   const Pelin::Ptr<RoutingNexthop>& nexthop = nhrCtx->nexthop();
+   const Pelin::Ptr<RoutingContext>& rCtx = nhrCtx->rCtx();
+   const Quarn::FibGen::Fec& fec = nexthop->fec();
+   if (fec.isEmpty()) return true;
    const std::uint8_t fecType = fec.fecType();
    VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Lookup fecType resolver for {}", fecType);
-   Pelin::Ptr<FecTypeResolver> resolver =
-       resolvers_ ? resolvers_->fecTypeResolver(fecType) : nullptr;
+   FecTypeResolver* resolver = resolvers_ ? resolvers_->fecTypeResolverAt(fecType) : nullptr;
    if (resolver) return runResolver(*nhrCtx, *resolver);
    rCtx->count("Drop", kComponent, "No resolver for fecType");
    VELT_PKT_TRACE(nhResolverTrace(), 5, *rCtx, "No resolver for fecType");
@@ -209,15 +238,14 @@ NhrFecIdTypeStep::NhrFecIdTypeStep(const Pelin::Ptr<NexthopResolvers>& resolvers
 }
 
 bool NhrFecIdTypeStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
-   Pelin::Ptr<RoutingNexthop> nexthop = nhrCtx->nexthop();
-   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
+   const Pelin::Ptr<RoutingNexthop>& nexthop = nhrCtx->nexthop();
+   const Pelin::Ptr<RoutingContext>& rCtx = nhrCtx->rCtx();
    const Quarn::Fib::FecId fecId = nexthop->fecId();
    if (!fecId.isValid()) return true;
    const Quarn::Fib::AdjType adjType = fecId.adjType();
    VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Lookup fecId resolver for {}({})", fecId,
                   static_cast<unsigned>(adjType));
-   Pelin::Ptr<FecIdResolver> resolver =
-       resolvers_ ? resolvers_->fecIdResolver(adjType) : nullptr;
+   FecIdResolver* resolver = resolvers_ ? resolvers_->fecIdResolverAt(adjType) : nullptr;
    if (resolver) return runResolver(*nhrCtx, *resolver);
    rCtx->count("Drop", kComponent, "No resolver for fecId type");
    VELT_PKT_TRACE(nhResolverTrace(), 5, *rCtx, "No resolver for fecId type");
@@ -231,13 +259,12 @@ NhrDstIpTypeStep::NhrDstIpTypeStep(const Pelin::Ptr<NexthopResolvers>& resolvers
 }
 
 bool NhrDstIpTypeStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
-   Pelin::Ptr<RoutingNexthop> nexthop = nhrCtx->nexthop();
-   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
+   const Pelin::Ptr<RoutingNexthop>& nexthop = nhrCtx->nexthop();
+   const Pelin::Ptr<RoutingContext>& rCtx = nhrCtx->rCtx();
    const Lumo::IpGenAddr& dstIp = nexthop->dstIp();
-   if (dstIp == Lumo::IpGenAddr(Lumo::AddressFamily::ipunknown_)) return true;
+   if (isUnset(dstIp)) return true;
    VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Lookup dstIp resolver for {}", dstIp);
-   Pelin::Ptr<DstIpResolver> resolver =
-       resolvers_ ? resolvers_->dstIpResolver(dstIp.af()) : nullptr;
+   DstIpResolver* resolver = resolvers_ ? resolvers_->dstIpResolverAt(dstIp.af()) : nullptr;
    // Unlike a FEC or FEC id, a destination nobody resolves goes on to the fallback.
    if (!resolver) return true;
    return runResolver(*nhrCtx, *resolver);
@@ -249,9 +276,9 @@ NoIpRouteFallbackStep::NoIpRouteFallbackStep(
       noIpRouteFallbackPipeline_(noIpRouteFallbackPipeline) {}
 
 bool NoIpRouteFallbackStep::process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) {
-   Pelin::Ptr<RoutingNexthop> nexthop = nhrCtx->nexthop();
-   Pelin::Ptr<RoutingContext> rCtx = nhrCtx->rCtx();
-   if (nexthop->dstIp() == Lumo::IpGenAddr()) return true;
+   const Pelin::Ptr<RoutingNexthop>& nexthop = nhrCtx->nexthop();
+   const Pelin::Ptr<RoutingContext>& rCtx = nhrCtx->rCtx();
+   if (isUnset(nexthop->dstIp())) return true;
    if (!(nexthop->route() == Lumo::IpGenPrefix())) return true;
    rCtx->count("Action", kComponent, "No route, trying fallbacks for {}");
    VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "No route, trying fallbacks for {}",
@@ -324,13 +351,18 @@ void DropFecTypeResolver::resolve(const Pelin::Ptr<RoutingContext>&,
 void DefaultFecIdResolver::resolve(const Pelin::Ptr<RoutingContext>&,
                                    const Pelin::Ptr<ResolverVrfRoot const>& vrfRoot,
                                    const Pelin::Ptr<RoutingNexthop>& nexthop) {
-   static const Quarn::FibGen::Fec emptyFec{Quarn::Fib::FecId()};
    if (!vrfRoot) {
       nexthop->dropIs(true);
       return;
    }
+   // Usually the next hop has no FEC yet: the table's record is copied into it directly.
+   if (Quarn::FibGen::Fec* own = nexthop->fecStorage()) {
+      vrfRoot->genFecInto(nexthop->fecId(), *own);
+      if (own->isEmpty()) nexthop->dropIs(true);
+      return;
+   }
    const Quarn::FibGen::Fec fec = vrfRoot->genFec(nexthop->fecId());
-   if (Quarn::FibGen::Fec::isEq(fec, emptyFec)) {
+   if (fec.isEmpty()) {
       nexthop->dropIs(true);
       return;
    }
@@ -507,24 +539,24 @@ void ArpLookupHandler::resolve(const Pelin::Ptr<RoutingContext>& rCtx,
       nh.dropIs(true);
       return;
    }
-   if (!nh.dstMac().isZero()) {
+   if (!RoutingNexthop::isZeroMac(nh.dstMac())) {
       // Resolving a next hop that already has its MAC is an inconsistency: dropped, on
       // purpose, rather than passed on.
       VELT_PKT_TRACE(nhResolverTrace(), 3, ctx, "Output mac already set {}", nh.dstMac());
       nh.dropIs(true);
       return;
    }
-   if (nh.dstIp() == Lumo::IpGenAddr()) {
+   if (isUnset(nh.dstIp())) {
       ctx.count("Exceptional", kComponent, "No destination ip for arp");
       VELT_PKT_TRACE(nhResolverTrace(), 3, ctx, "No destination ip for arp");
       nh.dropIs(true);
       return;
    }
-   ArpResult::Ptr result = arpHelper_->arpLookup(nh.outputIntf(), nh.dstIp(), vrfRoot->vrfId());
-   if (result) {
-      nh.dstMacIs(result->mac());
+   Lumo::EthAddr mac;
+   if (arpHelper_->arpLookupMac(nh.outputIntf(), nh.dstIp(), vrfRoot->vrfId(), mac)) {
+      nh.dstMacIs(mac);
       VELT_PKT_TRACE(nhResolverTrace(), 3, ctx, "Arp resolved in vrf {} ip {} intf {} to {}",
-                     vrfRoot->vrfName().view(), nh.dstIp(), nh.outputIntf(), result->mac());
+                     vrfRoot->vrfName().view(), nh.dstIp(), nh.outputIntf(), mac);
       return;
    }
    switch (static_cast<std::uint8_t>(nh.arpLookupFailAction())) {
@@ -575,7 +607,7 @@ void ForwardFecTypeResolver::resolve(const Pelin::Ptr<RoutingContext>& rCtx,
                                      const Pelin::Ptr<RoutingNexthop>& nexthop) {
    const Quarn::FibGen::Fec& fec = nexthop->fec();
    if (fec.viaCount() != 1) return resolveUcmp(rCtx, vrfRoot, nexthop);
-   const Quarn::FibGen::Via& via = fec.via(Quarn::Fib::ViaIndex(0));
+   const Quarn::FibGen::Via& via = fec.vias()[0];
    if (fec.loopbackOnly() && !Lumo::LoopbackIntfId::isLoopbackIntfId(via.intfId())) {
       return resolveUcmp(rCtx, vrfRoot, nexthop);
    }
@@ -584,7 +616,7 @@ void ForwardFecTypeResolver::resolve(const Pelin::Ptr<RoutingContext>& rCtx,
    }
    // Connected: the packet's own destination is the neighbour; the interface step and
    // the ARP handler finish the next hop from here.
-   if (nexthop->dstIp() != Lumo::IpGenAddr()) {
+   if (!isUnset(nexthop->dstIp())) {
       nexthop->outputIntfIs(via.intfId());
       return;
    }
@@ -600,30 +632,54 @@ void ForwardFecTypeResolver::resolveUcmp(const Pelin::Ptr<RoutingContext>& rCtx,
    // The next hop's own FEC is read in place: pre-resolution works on a temporary next
    // hop, so nothing rewrites this one's FEC meanwhile.
    const Quarn::FibGen::Fec& fec = nexthop->fec();
-   const std::uint32_t backupIndex = fec.backupViaIndex();
-   PrimaryVias primaries;
-   Quarn::FibGen::Via backup;
-   std::uint64_t totalWeight = 0;
+   // Indexed in place: every index below is under the via count.
+   const std::span<const Quarn::FibGen::Via> vias = fec.vias();
    const std::uint32_t viaCount = fec.viaCount();
-   for (std::uint32_t i = 0; i < viaCount; ++i) {
-      const Quarn::FibGen::Via& via = fec.via(Quarn::Fib::ViaIndex(i));
-      if (backupIndex != 0 && i == backupIndex) {
-         backup = via;
-         continue;
-      }
-      primaries.append(static_cast<std::uint16_t>(i));
-      totalWeight += via.weight();
-   }
+   const std::uint32_t backupIndex = fec.backupViaIndex();
+   // The via at a backup index is never a primary; it is a backup only when it is a via.
+   const bool backupSlot = backupIndex != 0 && backupIndex < viaCount;
+   const Quarn::FibGen::Via backup = backupSlot ? vias[backupIndex] : Quarn::FibGen::Via();
 
    const std::uint32_t hash = rCtx->pktCtx() ? rCtx->pktCtx()->hash() : 0;
    if (hash == 0) {
       rCtx->count("Exceptional", kComponent, "Hash is 0");
       VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Hash is 0");
-      if (viaCount > 0) nexthop->viaIs(fec.via(Quarn::Fib::ViaIndex(0)));
+      if (viaCount > 0) nexthop->viaIs(vias[0]);
       return;
    }
 
-   const bool hasBackup = !Quarn::FibGen::Via::isEq(backup, Quarn::FibGen::Via());
+   const bool hasBackup = !isNoVia(backup);
+   if (!hasBackup) {
+      // Without a backup the first pick is final: one walk to weigh the primaries, one to
+      // find the picked one, and no list of them.
+      std::uint64_t totalWeight = 0;
+      for (std::uint32_t i = 0; i < viaCount; ++i) {
+         if (!(backupSlot && i == backupIndex)) totalWeight += vias[i].weight();
+      }
+      // No primaries, or only weight-0 ones: none of them can be picked.
+      if (totalWeight == 0) return;
+      std::uint64_t pick = hash % totalWeight;
+      VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, " pktHash/totalWeight is {} / {}", pick,
+                     totalWeight);
+      std::uint32_t i = 0;
+      for (;; ++i) {
+         if (backupSlot && i == backupIndex) continue;
+         const std::uint32_t w = vias[i].weight();
+         if (w > pick) break;
+         pick -= w;
+      }
+      nexthop->viaIs(vias[i]);
+      return;
+   }
+
+   PrimaryVias primaries;
+   std::uint64_t totalWeight = 0;
+   for (std::uint32_t i = 0; i < viaCount; ++i) {
+      if (backupSlot && i == backupIndex) continue;
+      primaries.append(static_cast<std::uint16_t>(i));
+      totalWeight += vias[i].weight();
+   }
+
    bool committed = false;
    while (!primaries.empty() && !committed) {
       if (totalWeight == 0) {
@@ -636,17 +692,12 @@ void ForwardFecTypeResolver::resolveUcmp(const Pelin::Ptr<RoutingContext>& rCtx,
                      totalWeight);
       std::uint32_t k = 0;
       for (;;) {
-         const std::uint32_t w = fec.via(Quarn::Fib::ViaIndex(primaries[k])).weight();
+         const std::uint32_t w = vias[primaries[k]].weight();
          if (w > pick) break;
          pick -= w;
          ++k;
       }
-      const Quarn::FibGen::Via& chosen = fec.via(Quarn::Fib::ViaIndex(primaries[k]));
-      if (!hasBackup) {
-         nexthop->viaIs(chosen);
-         committed = true;
-         break;
-      }
+      const Quarn::FibGen::Via& chosen = vias[primaries[k]];
       rCtx->count("Action", kComponent, "Pre-resolving via as there is a backup via");
       VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Pre-resolving via as there is a backup via");
       if (preResolve(rCtx, chosen, nexthop)) {
@@ -656,7 +707,7 @@ void ForwardFecTypeResolver::resolveUcmp(const Pelin::Ptr<RoutingContext>& rCtx,
       totalWeight -= chosen.weight();
       primaries.removeAt(k);
    }
-   if (primaries.empty() && hasBackup) {
+   if (primaries.empty()) {
       VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Using backup via");
       nexthop->viaIs(backup);
    }

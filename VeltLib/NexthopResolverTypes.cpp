@@ -4,6 +4,8 @@
 #include "VeltLib/ResolverVrfRoot.h"
 #include "VeltLib/Traces.h"
 
+#include <typeinfo>
+
 namespace Velt {
 
 namespace {
@@ -12,29 +14,44 @@ enum ResolversAttr : Kor::AttrId {
    kInterfaceResolver, kFecIdResolver, kFecTypeResolver, kDstIpResolver,
 };
 
+template <typename Key>
+std::uint8_t slotOf(Key key) {
+   static_assert(sizeof(Key) == 1, "the per-packet index holds one-byte keys only");
+   return static_cast<std::uint8_t>(key);
+}
+
 // Registration shared by the four maps: null is refused, the last registration wins.
-template <typename Map, typename R>
-void registerIn(const NexthopResolvers& self, Map& map, const Pelin::Ptr<R>& r,
+// The index is written before anyone is told, so a listener already finds the resolver.
+template <typename Map, typename R, typename Resolver>
+void registerIn(const NexthopResolvers& self, Map& map,
+                NexthopResolvers::Index<Resolver>& index, const Pelin::Ptr<R>& r,
                 Kor::AttrId attr, const char* attrName) {
    if (!r) throw Pelin::NullArgumentException(attrName);
    auto key = Map::keyOf(r);
    Kor::Stored s = map.set(key, r);
+   index[slotOf(key)] = r.get();
    if (s == Kor::Stored::added) self.notify(attr, key, Kor::Change::added);
    if (s == Kor::Stored::replaced) self.notify(attr, key, Kor::Change::changed);
 }
 
-template <typename Map, typename Key>
+template <typename Map, typename Key, typename Resolver>
 typename Map::value_type unregisterFrom(const NexthopResolvers& self, Map& map,
+                                        NexthopResolvers::Index<Resolver>& index,
                                         const Key& key, Kor::AttrId attr) {
    bool found = false;
    auto old = map.erase(key, &found);
+   index[slotOf(key)] = nullptr;
    if (found) self.notify(attr, key, Kor::Change::removed);
    return old;
 }
 
-template <typename Map>
-void unregisterAll(const NexthopResolvers& self, Map& map, Kor::AttrId attr) {
-   map.drain([&](const auto& key, auto&&) { self.notify(attr, key, Kor::Change::removed); });
+template <typename Map, typename Resolver>
+void unregisterAll(const NexthopResolvers& self, Map& map,
+                   NexthopResolvers::Index<Resolver>& index, Kor::AttrId attr) {
+   map.drain([&](const auto& key, auto&&) {
+      index[slotOf(key)] = nullptr;
+      self.notify(attr, key, Kor::Change::removed);
+   });
 }
 
 template <typename Map, typename Key>
@@ -46,52 +63,53 @@ typename Map::value_type lookup(const Map& map, const Key& key) {
 } // namespace
 
 void NexthopResolvers::interfaceResolverIs(const Pelin::Ptr<InterfaceResolver>& r) {
-   registerIn(*this, interfaceResolver_, r, kInterfaceResolver, "interfaceResolver");
+   registerIn(*this, interfaceResolver_, interfaceAt_, r, kInterfaceResolver,
+              "interfaceResolver");
 }
 Pelin::Ptr<InterfaceResolver> NexthopResolvers::interfaceResolverDel(std::uint8_t type) {
-   return unregisterFrom(*this, interfaceResolver_, type, kInterfaceResolver);
+   return unregisterFrom(*this, interfaceResolver_, interfaceAt_, type, kInterfaceResolver);
 }
 void NexthopResolvers::interfaceResolverDelAll() {
-   unregisterAll(*this, interfaceResolver_, kInterfaceResolver);
+   unregisterAll(*this, interfaceResolver_, interfaceAt_, kInterfaceResolver);
 }
 Pelin::Ptr<InterfaceResolver> NexthopResolvers::interfaceResolver(std::uint8_t type) const {
    return lookup(interfaceResolver_, type);
 }
 
 void NexthopResolvers::fecIdResolverIs(const Pelin::Ptr<FecIdResolver>& r) {
-   registerIn(*this, fecIdResolver_, r, kFecIdResolver, "fecIdResolver");
+   registerIn(*this, fecIdResolver_, fecIdAt_, r, kFecIdResolver, "fecIdResolver");
 }
 Pelin::Ptr<FecIdResolver> NexthopResolvers::fecIdResolverDel(Quarn::Fib::AdjType adjType) {
-   return unregisterFrom(*this, fecIdResolver_, adjType, kFecIdResolver);
+   return unregisterFrom(*this, fecIdResolver_, fecIdAt_, adjType, kFecIdResolver);
 }
 void NexthopResolvers::fecIdResolverDelAll() {
-   unregisterAll(*this, fecIdResolver_, kFecIdResolver);
+   unregisterAll(*this, fecIdResolver_, fecIdAt_, kFecIdResolver);
 }
 Pelin::Ptr<FecIdResolver> NexthopResolvers::fecIdResolver(Quarn::Fib::AdjType adjType) const {
    return lookup(fecIdResolver_, adjType);
 }
 
 void NexthopResolvers::fecTypeResolverIs(const Pelin::Ptr<FecTypeResolver>& r) {
-   registerIn(*this, fecTypeResolver_, r, kFecTypeResolver, "fecTypeResolver");
+   registerIn(*this, fecTypeResolver_, fecTypeAt_, r, kFecTypeResolver, "fecTypeResolver");
 }
 Pelin::Ptr<FecTypeResolver> NexthopResolvers::fecTypeResolverDel(std::uint8_t fecType) {
-   return unregisterFrom(*this, fecTypeResolver_, fecType, kFecTypeResolver);
+   return unregisterFrom(*this, fecTypeResolver_, fecTypeAt_, fecType, kFecTypeResolver);
 }
 void NexthopResolvers::fecTypeResolverDelAll() {
-   unregisterAll(*this, fecTypeResolver_, kFecTypeResolver);
+   unregisterAll(*this, fecTypeResolver_, fecTypeAt_, kFecTypeResolver);
 }
 Pelin::Ptr<FecTypeResolver> NexthopResolvers::fecTypeResolver(std::uint8_t fecType) const {
    return lookup(fecTypeResolver_, fecType);
 }
 
 void NexthopResolvers::dstIpResolverIs(const Pelin::Ptr<DstIpResolver>& r) {
-   registerIn(*this, dstIpResolver_, r, kDstIpResolver, "dstIpResolver");
+   registerIn(*this, dstIpResolver_, dstIpAt_, r, kDstIpResolver, "dstIpResolver");
 }
 Pelin::Ptr<DstIpResolver> NexthopResolvers::dstIpResolverDel(Lumo::AddressFamily af) {
-   return unregisterFrom(*this, dstIpResolver_, af, kDstIpResolver);
+   return unregisterFrom(*this, dstIpResolver_, dstIpAt_, af, kDstIpResolver);
 }
 void NexthopResolvers::dstIpResolverDelAll() {
-   unregisterAll(*this, dstIpResolver_, kDstIpResolver);
+   unregisterAll(*this, dstIpResolver_, dstIpAt_, kDstIpResolver);
 }
 Pelin::Ptr<DstIpResolver> NexthopResolvers::dstIpResolver(Lumo::AddressFamily af) const {
    return lookup(dstIpResolver_, af);
@@ -152,15 +170,24 @@ void dumpNexthop(const RoutingContext& rCtx, const RoutingNexthop& nh) {
                   nh.outputIntf(), nh.dstMac(), nh.dstIp(), nh.fecId(), fecSet, viaSet);
 }
 
-// The checked cast both step bases start with.
+// The checked cast both step bases start with. The driver's own context is recognised by
+// its exact type, one compare per step; anything else takes the full dynamic_cast.
 Pelin::Ptr<NhrPipelineContext> asNhrContext(const Pelin::Ptr<GenericPipelineContext>& ctx) {
+   GenericPipelineContext* p = ctx.get();
+   if (p && typeid(*p) == typeid(NhrPipelineContext)) {
+      return Pelin::static_ptr_cast<NhrPipelineContext>(ctx);
+   }
    return Pelin::ptr_cast<NhrPipelineContext>(ctx);
 }
 
 } // namespace
 
+const char NhrPipelineStep::familyMark_ = 0;
+
 NhrPipelineStep::NhrPipelineStep(const Pelin::String& name, unsigned int priority)
-    : GenericPipelineStep(name, priority, nhrPipelineName) {}
+    : GenericPipelineStep(name, priority, nhrPipelineName) {
+   familyIs(mark());
+}
 
 void NhrPipelineStep::call(const Pelin::Ptr<GenericPipelineContext>& ctx) {
    Pelin::Ptr<NhrPipelineContext> nhrCtx = asNhrContext(ctx);

@@ -10,6 +10,7 @@
 #include "VeltLib/RoutingContext.h"
 #include "VeltLib/RoutingNexthop.h"
 
+#include <array>
 #include <cstdint>
 
 namespace Velt {
@@ -113,13 +114,35 @@ class NexthopResolvers : public Kor::Notifier {
    const FecTypeMap& fecTypeResolver() const { return fecTypeResolver_; }
    const DstIpMap& dstIpResolver() const { return dstIpResolver_; }
 
+   // The same lookups for the per-packet steps: one indexed load, no hashing and no
+   // reference counting. Every key is one byte wide; a pointer is good while the resolver
+   // stays registered.
+   InterfaceResolver* interfaceResolverAt(std::uint8_t type) const {
+      return interfaceAt_[type];
+   }
+   FecIdResolver* fecIdResolverAt(Quarn::Fib::AdjType adjType) const {
+      return fecIdAt_[static_cast<std::uint8_t>(adjType)];
+   }
+   FecTypeResolver* fecTypeResolverAt(std::uint8_t fecType) const { return fecTypeAt_[fecType]; }
+   DstIpResolver* dstIpResolverAt(Lumo::AddressFamily af) const {
+      return dstIpAt_[static_cast<std::uint8_t>(af)];
+   }
+
    const Kor::TypeInfo* typeData() const override;
+
+   template <typename R>
+   using Index = std::array<R*, 256>;
 
  private:
    InterfaceMap interfaceResolver_;
    FecIdMap fecIdResolver_;
    FecTypeMap fecTypeResolver_;
    DstIpMap dstIpResolver_;
+   // Mirrors of the maps by key, kept by the mutators above.
+   Index<InterfaceResolver> interfaceAt_{};
+   Index<FecIdResolver> fecIdAt_{};
+   Index<FecTypeResolver> fecTypeAt_{};
+   Index<DstIpResolver> dstIpAt_{};
 };
 
 Pelin::Ptr<NexthopResolvers> nexthopResolversFactory();
@@ -157,9 +180,17 @@ nhrPipelineContextFactory(const Pelin::Ptr<RoutingContext>& rCtx,
 class NhrPipelineStep : public GenericPipelineStep {
  public:
    NhrPipelineStep(const Pelin::String& name, unsigned int priority);
-   void call(const Pelin::Ptr<GenericPipelineContext>& ctx) override;
+   // Final: while nothing traces, the driver runs process() itself, which is the same only
+   // as long as call() is this one.
+   void call(const Pelin::Ptr<GenericPipelineContext>& ctx) final;
    // True: the step did not apply, the pass goes on. False: it handled the next hop.
    virtual bool process(const Pelin::Ptr<NhrPipelineContext>& nhrCtx) = 0;
+
+   // The family() of every step built on this class.
+   static const void* mark() { return &familyMark_; }
+
+ private:
+   static const char familyMark_;
 };
 
 // Base of every step of the no-IP-route fallback pipeline "NoIpRouteFallbackPipeline".

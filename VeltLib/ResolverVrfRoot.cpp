@@ -23,6 +23,22 @@ Quarn::FibGen::Fec ResolverVrfRoot::genFec(Quarn::Fib::FecId fecId) const {
    }
 }
 
+void ResolverVrfRoot::genFecInto(Quarn::Fib::FecId fecId, Quarn::FibGen::Fec& out) const {
+   if (!fwdStatus_) {
+      out = Quarn::FibGen::Fec(Quarn::Fib::FecId());
+      return;
+   }
+   try {
+      if (!fwdStatus_->fecInto(fecId, out)) out = fwdStatus_->defaultFec();
+   } catch (const Pelin::CorruptionDetectedException& e) {
+      fwdStatus_->doCorruptionDetected(e.what());
+      out = fwdStatus_->defaultFec();
+   } catch (...) {
+      out = fwdStatus_->defaultFec();
+      throw;
+   }
+}
+
 const Kor::TypeInfo* ResolverVrfRoot::typeData() const {
    using R = ResolverVrfRoot;
    static const Kor::TypeInfo info = Kor::TypeBuilder<R>("Velt::ResolverVrfRoot")

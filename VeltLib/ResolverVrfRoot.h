@@ -30,6 +30,9 @@ class ResolverVrfRoot : public Kor::Notifier {
    // the table is found corrupt (reported to the table), the empty FEC of id 0 when the
    // VRF has no table.
    Quarn::FibGen::Fec genFec(Quarn::Fib::FecId fecId) const;
+   // genFec() written into `out` instead of returned, which saves copying the vias once
+   // more. On an error genFec() would raise, `out` is left empty before it is raised.
+   void genFecInto(Quarn::Fib::FecId fecId, Quarn::FibGen::Fec& out) const;
 
    const Kor::TypeInfo* typeData() const override;
 

@@ -8,7 +8,8 @@ RoutingContext::RoutingContext(const Pelin::Ptr<PacketContext>& pktCtx,
       l3SrcIntfId_(l3SrcIntfId), srcVrf_(srcVrf) {
    if (pktCtx) {
       countersIs(pktCtx->counters());
-      tracePrefixIs(pktCtx->tracePrefix());
+      // Usually empty, as the base's own prefix already is: no string to copy then.
+      if (!pktCtx->tracePrefix().empty()) tracePrefixIs(pktCtx->tracePrefix());
    }
 }
 

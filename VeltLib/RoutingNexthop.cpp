@@ -111,13 +111,6 @@ void RoutingNexthop::resetResolverFields(const Pelin::Ptr<PacketContext>& pktCtx
    resetResolutionFields();
 }
 
-bool RoutingNexthop::fullyResolved() const {
-   if (toMe_) return true;
-   if (outputIntf_.isCpu()) return true;
-   if (!outputIntf_.isValid()) return false;
-   return !dstMac_.isZero();
-}
-
 void RoutingNexthop::copyOifAndDstMac(const Pelin::Ptr<RoutingNexthop>& nexthop) {
    dstMacIs(nexthop->dstMac());
    outputIntfIs(nexthop->outputIntf());

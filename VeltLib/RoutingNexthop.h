@@ -20,6 +20,7 @@
 #include "VeltLib/RoutingRewriteInfoTypes.h"
 
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 
@@ -70,6 +71,12 @@ class RoutingNexthop : public Kor::Notifier {
    void fecIdIs(Quarn::Fib::FecId v);
    const Quarn::FibGen::Fec& fec() const { return fec_; }
    void fecIs(const Quarn::FibGen::Fec& v);
+   // The FEC's own storage, for a reader that fills it in place rather than pass a copy to
+   // fecIs(): only while the FEC is empty and nobody watches this next hop, so that the
+   // two cannot be told apart; null otherwise. The reader leaves it filled or empty.
+   Quarn::FibGen::Fec* fecStorage() {
+      return fec_.isEmpty() && !hasPublisher() ? &fec_ : nullptr;
+   }
    const Quarn::FibGen::Via& via() const { return via_; }
    void viaIs(const Quarn::FibGen::Via& v);
    const Lumo::IpGenPrefix& route() const { return route_; }
@@ -104,13 +111,31 @@ class RoutingNexthop : public Kor::Notifier {
    // Clears the output interface and the resolution fields (traced on the packet);
    // keeps the MAC, flags, VRF, policy and rewrites.
    void resetResolverFields(const Pelin::Ptr<PacketContext>& pktCtx);
-   // toMe, or the CPU interface, or a valid interface with a non-zero MAC.
-   bool fullyResolved() const;
+   // toMe, or the CPU interface, or a valid interface with a non-zero MAC. Inline: the
+   // driver asks after every pass.
+   bool fullyResolved() const {
+      if (toMe_) return true;
+      if (outputIntf_ == cpuIntf) return true;
+      if (!outputIntf_.isValid()) return false;
+      return !isZeroMac(dstMac_);
+   }
+   // Lumo::EthAddr::isZero() in two loads: the == of its std::array is a memcmp call.
+   static bool isZeroMac(const Lumo::EthAddr& mac) {
+      std::uint32_t high;
+      std::uint16_t low;
+      std::memcpy(&high, mac.bytes(), sizeof high);
+      std::memcpy(&low, mac.bytes() + sizeof high, sizeof low);
+      return (high | low) == 0;
+   }
    void copyOifAndDstMac(const Pelin::Ptr<RoutingNexthop>& nexthop);
 
    const Kor::TypeInfo* typeData() const override;
 
  private:
+   // Lumo::cpuIntfId() as a constant, so that the test above is a compare, not a call.
+   static constexpr Lumo::IntfId cpuIntf =
+       Lumo::IntfId::fromType(Lumo::GenericIntfId::cpuTypeId, 0);
+
    void resetResolutionFields();
 
    Lumo::IntfId outputIntf_;

@@ -33,11 +33,14 @@ void packet(TagPrefix tagPrefix, TagPlain tagPlain, const Handle& h, int level,
 
 // VELT_PKT_TRACE(handle, 3, ctx, "Lookup fecType resolver for {}", type), with ctx a
 // const PacketContextBase& (or anything derived from it).
+// The handle is not even named while no handle has a level on and no ring file is open.
 #define VELT_PKT_TRACE(handle, level, ctx, format, ...)                                  \
    do {                                                                                  \
-      const ::Trace::Handle& veltH_ = (handle);                                          \
-      if (::Ringlog::isOpen() || veltH_.anyEnabled()) [[unlikely]]                       \
-         ::Trace::detail::packet([] {}, [] {}, veltH_, (level), (ctx),                   \
-                                 "{} Pkt{}: " format, "Pkt{}: " format,                  \
-                                 "Pkt{}: " format __VA_OPT__(, ) __VA_ARGS__);           \
+      if (::Trace::anyLevelOn() || ::Ringlog::isOpen()) [[unlikely]] {                   \
+         const ::Trace::Handle& veltH_ = (handle);                                       \
+         if (::Ringlog::isOpen() || veltH_.anyEnabled())                                 \
+            ::Trace::detail::packet([] {}, [] {}, veltH_, (level), (ctx),                \
+                                    "{} Pkt{}: " format, "Pkt{}: " format,               \
+                                    "Pkt{}: " format __VA_OPT__(, ) __VA_ARGS__);        \
+      }                                                                                  \
    } while (0)

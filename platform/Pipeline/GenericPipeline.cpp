@@ -40,18 +40,7 @@ Pelin::Ptr<GenericPipelineStep> GenericPipelineSteps::step(const Pelin::String& 
 }
 
 bool GenericPipeline::process(const Pelin::Ptr<GenericPipelineContext>& ctx) const {
-   for (const auto& step : *steps_) {
-      ctx->stepResult_ = true;
-      step->call(ctx);
-      if (!ctx->stepResult_) {
-         if (step->stopsByPriority()) {
-            ctx->stoppedDueToPriority_ = true;
-            ctx->priorityMark_ = step->priority();
-         }
-         return false;
-      }
-   }
-   return true;
+   return processWith(ctx, [](const GenericPipelineStep&) { return std::optional<bool>(); });
 }
 
 Pelin::Ptr<GenericPipelineSteps> genericPipelineStepsFactory(const Pelin::String& name) {

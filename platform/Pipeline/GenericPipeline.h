@@ -13,6 +13,7 @@
 #include "Pelin/Ptr.h"
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace Velt {
@@ -52,15 +53,22 @@ class GenericPipelineStep : public Pelin::Node {
    const Pelin::String& pipelineName() const { return pipelineName_; }
    bool stopsByPriority() const { return stopsByPriority_; }
    void stopsByPriorityIs(bool on) { stopsByPriority_ = on; }
+   // The mark a step base class leaves on every step built on it, so that a pipeline that
+   // knows the base can tell its steps apart without a cast; null when none was left.
+   const void* family() const { return family_; }
 
    // Runs the step over `ctx` and records its result with ctx->stepResultIs().
    virtual void call(const Pelin::Ptr<GenericPipelineContext>& ctx) = 0;
+
+ protected:
+   void familyIs(const void* mark) { family_ = mark; }
 
  private:
    Pelin::String name_;
    unsigned int priority_;
    Pelin::String pipelineName_;
    bool stopsByPriority_ = false;
+   const void* family_ = nullptr;
 };
 
 // The steps of one named pipeline, kept in ascending priority (equal priorities keep
@@ -95,6 +103,30 @@ class GenericPipeline : public Pelin::Node {
    // One pass: calls each step in priority order until one reports that it handled the
    // context. Returns true when no step handled it (an empty pipeline included).
    bool process(const Pelin::Ptr<GenericPipelineContext>& ctx) const;
+
+ protected:
+   // process() for a pipeline that runs some of its steps itself: `direct(step)` returns
+   // the step's result without its call(), or nothing to have call() run as usual.
+   template <typename Direct>
+   bool processWith(const Pelin::Ptr<GenericPipelineContext>& ctx, Direct&& direct) const {
+      GenericPipelineContext* c = ctx.get();
+      for (const auto& step : *steps_) {
+         c->stepResult_ = true;
+         if (const std::optional<bool> result = direct(*step)) {
+            c->stepResult_ = *result;
+         } else {
+            step->call(ctx);
+         }
+         if (!c->stepResult_) {
+            if (step->stopsByPriority()) {
+               c->stoppedDueToPriority_ = true;
+               c->priorityMark_ = step->priority();
+            }
+            return false;
+         }
+      }
+      return true;
+   }
 
  private:
    Pelin::Ptr<GenericPipelineSteps> steps_;

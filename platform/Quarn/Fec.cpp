@@ -38,11 +38,13 @@ std::optional<std::uint8_t> fromName(std::string_view name) {
 
 namespace {
 
+[[noreturn]] void countError(const char* name, std::uint32_t count, std::uint32_t max) {
+   throw Pelin::RangeException(
+      fmt::format("Quarn::FibGen::Fec::{} {} > {} not allowed", name, count, max));
+}
+
 void checkCount(const char* name, std::uint32_t count, std::uint32_t max) {
-   if (count > max) {
-      throw Pelin::RangeException(
-         fmt::format("Quarn::FibGen::Fec::{} {} > {} not allowed", name, count, max));
-   }
+   if (count > max) countError(name, count, max);
 }
 
 } // namespace
@@ -84,16 +86,8 @@ void Fec::secondaryViaCountIs(std::uint32_t n) {
    secondaryViaCount_ = n;
 }
 
-Via* Fec::viaStorageIs(std::uint32_t n) {
-   checkCount("viaCount", n, maxVias);
-   viaCount_ = n;
-   return &vias_[0].via;
-}
-
-Via* Fec::secondaryViaStorageIs(std::uint32_t n) {
-   checkCount("secondaryViaCount", n, maxSecondaryVias);
-   secondaryViaCount_ = n;
-   return &secondaryVias_[0].via;
+void Fec::countAboveMax(const char* name, std::uint32_t count, std::uint32_t max) {
+   countError(name, count, max);
 }
 
 void Fec::copyFrom(const Fec& o) {

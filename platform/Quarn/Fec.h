@@ -74,8 +74,24 @@ class Fec {
 
    // For readers that copy vias in bulk: sets the count (bounds checked) and returns the
    // storage to fill, leaving its contents as they are.
-   Via* viaStorageIs(std::uint32_t n);
-   Via* secondaryViaStorageIs(std::uint32_t n);
+   // Inline: table reads call them once per FEC.
+   Via* viaStorageIs(std::uint32_t n) {
+      if (n > maxVias) countAboveMax("viaCount", n, maxVias);
+      viaCount_ = n;
+      return &vias_[0].via;
+   }
+   Via* secondaryViaStorageIs(std::uint32_t n) {
+      if (n > maxSecondaryVias) countAboveMax("secondaryViaCount", n, maxSecondaryVias);
+      secondaryViaCount_ = n;
+      return &secondaryVias_[0].via;
+   }
+
+   // Equal to Fec(Fib::FecId()), the empty FEC of id 0; decided on the header alone, as an
+   // empty FEC has no vias to compare.
+   bool isEmpty() const {
+      return !fecId_.isValid() && backupViaIndex_ == 0 && fecType_ == FecType::forward &&
+             flags_ == 0 && !loopbackOnly_ && viaCount_ == 0 && secondaryViaCount_ == 0;
+   }
 
    static bool isEq(const Fec& a, const Fec& b);
    friend bool operator==(const Fec& a, const Fec& b) { return isEq(a, b); }
@@ -88,6 +104,9 @@ class Fec {
       Via via;
    };
    void copyFrom(const Fec& o);
+   // Raises the RangeException of a count above its bound.
+   [[noreturn]] static void countAboveMax(const char* name, std::uint32_t count,
+                                          std::uint32_t max);
 
    Fib::FecId fecId_;
    std::uint32_t backupViaIndex_ = 0;

@@ -43,16 +43,24 @@ ForwardingStatus::ForwardingStatus(const std::string& name, FecTable fecs,
     : name_(name), fecs_(std::move(fecs)), routes_(std::move(routes)) {}
 
 Fec ForwardingStatus::fec(Fib::FecId fecId) const {
+   // One named result on every path, so that it is built in place: a FEC is returned by
+   // value and may hold hundreds of vias.
    Fec out(fecId);
+   if (!fecInto(fecId, out)) out = defaultFec();
+   return out;
+}
+
+bool ForwardingStatus::fecInto(Fib::FecId fecId, Fec& out) const {
    auto head = fecs_.find(fecId, [&out](std::size_t list, std::uint32_t count) {
       return list == 0 ? out.viaStorageIs(count) : out.secondaryViaStorageIs(count);
    });
-   if (!head) return defaultFec();
+   if (!head) return false;
+   out.fecIdIs(fecId);
    out.backupViaIndexIs(head->backupViaIndex);
    out.fecTypeIs(head->fecType);
    out.flagsIs(head->flags);
    out.loopbackOnlyIs(head->loopbackOnly);
-   return out;
+   return true;
 }
 
 const Fec& ForwardingStatus::defaultFec() const {

@@ -53,6 +53,9 @@ class ForwardingStatus : public Kor::Notifier {
    // The FEC of `fecId`, or defaultFec() when absent; raises
    // Pelin::CorruptionDetectedException when the record is found damaged.
    Fec fec(Fib::FecId fecId) const;
+   // fec() copied straight into `out`, in proportion to its vias: true when `fecId` is
+   // present. False, or an error as fec() raises, leaves `out` partly written.
+   bool fecInto(Fib::FecId fecId, Fec& out) const;
    // The empty FEC of id 0, returned for absent keys.
    const Fec& defaultFec() const;
    // The longest route covering `addr`, if any; may raise CorruptionDetectedException.

@@ -28,14 +28,15 @@ inline void storeWord(Word& w, Word v, std::memory_order order = std::memory_ord
 // Copies `bytes` out of shared words into private memory.
 inline void copyOut(const Word* src, void* dst, std::size_t bytes) {
    auto* out = static_cast<unsigned char*>(dst);
-   std::size_t i = 0;
-   for (; bytes >= 8; ++i, bytes -= 8, out += 8) {
+   // One counter for the whole words: records are copied word by word on every read.
+   const std::size_t words = bytes / 8;
+   for (std::size_t i = 0; i < words; ++i) {
       Word w = loadWord(src[i]);
-      std::memcpy(out, &w, 8);
+      std::memcpy(out + i * 8, &w, 8);
    }
-   if (bytes) {
-      Word w = loadWord(src[i]);
-      std::memcpy(out, &w, bytes);
+   if (const std::size_t tail = bytes % 8) {
+      Word w = loadWord(src[words]);
+      std::memcpy(out + words * 8, &w, tail);
    }
 }
 

@@ -27,18 +27,23 @@ void withFunction(Tag tag, const Handle& h, int level, const char* function,
 // VELT_TRACE(handle, 2, "Loaded {} plugins", n)
 #define VELT_TRACE(handle, level, format, ...)                                           \
    do {                                                                                  \
-      const ::Trace::Handle& veltH_ = (handle);                                          \
-      if (::Ringlog::isOpen() || veltH_.anyEnabled()) [[unlikely]]                       \
-         ::Trace::detail::plain([] {}, veltH_, (level), format,                          \
-                                format __VA_OPT__(, ) __VA_ARGS__);                      \
+      if (::Trace::anyLevelOn() || ::Ringlog::isOpen()) [[unlikely]] {                   \
+         const ::Trace::Handle& veltH_ = (handle);                                       \
+         if (::Ringlog::isOpen() || veltH_.anyEnabled())                                 \
+            ::Trace::detail::plain([] {}, veltH_, (level), format,                       \
+                                   format __VA_OPT__(, ) __VA_ARGS__);                   \
+      }                                                                                  \
    } while (0)
 
 // The ring line carries the function name first ("{} " + format); the text line does not.
 // VELT_TRACE_FN(handle, 1, "maybeCreateResolverVrfRoot", "Creating vrf {}", name)
 #define VELT_TRACE_FN(handle, level, function, format, ...)                              \
    do {                                                                                  \
-      const ::Trace::Handle& veltH_ = (handle);                                          \
-      if (::Ringlog::isOpen() || veltH_.anyEnabled()) [[unlikely]]                       \
-         ::Trace::detail::withFunction([] {}, veltH_, (level), (function), "{} " format, \
-                                       format __VA_OPT__(, ) __VA_ARGS__);               \
+      if (::Trace::anyLevelOn() || ::Ringlog::isOpen()) [[unlikely]] {                   \
+         const ::Trace::Handle& veltH_ = (handle);                                       \
+         if (::Ringlog::isOpen() || veltH_.anyEnabled())                                 \
+            ::Trace::detail::withFunction([] {}, veltH_, (level), (function),            \
+                                          "{} " format,                                  \
+                                          format __VA_OPT__(, ) __VA_ARGS__);            \
+      }                                                                                  \
    } while (0)

@@ -1,5 +1,6 @@
 #include "Trace/Trace.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -8,17 +9,28 @@ std::uint32_t velt_trace_verbose_bitmap = 0;
 
 namespace Trace {
 
+namespace detail {
+std::atomic<int> gLevelsOn{0};
+}
+
 namespace {
 
 struct Registry {
    std::mutex mutex;
    std::vector<Handle*> handles;
    Config config;
+   bool rulesOn = false; // counted in detail::gLevelsOn
    Sink sink;
 };
 
 std::vector<std::string> load(Registry& r, std::string_view text) {
    r.config = parse(text);
+   const bool rulesOn = std::any_of(r.config.rules.begin(), r.config.rules.end(),
+                                    [](const Rule& rule) { return rule.levels != 0; });
+   if (rulesOn != r.rulesOn) {
+      detail::gLevelsOn.fetch_add(rulesOn ? 1 : -1, std::memory_order_relaxed);
+      r.rulesOn = rulesOn;
+   }
    for (const std::string& e : r.config.errors) std::fprintf(stderr, "TRACE: %s\n", e.c_str());
    return r.config.errors;
 }
@@ -56,6 +68,7 @@ Handle::~Handle() {
    Registry& r = registry();
    std::lock_guard lock(r.mutex);
    std::erase(r.handles, this);
+   levelsIs(0);
 }
 
 void Handle::emit(int level, std::string_view text) const {

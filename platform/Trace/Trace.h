@@ -18,6 +18,16 @@ namespace Trace {
 
 constexpr int kMaxLevel = 9;
 
+namespace detail {
+// How many handles have some level on, plus one while a rule of the TRACE setting turns
+// some level on (for the handles made later). While it is 0 nothing can be written to a
+// text handle, and the trace macros skip even naming their handle.
+extern std::atomic<int> gLevelsOn;
+} // namespace detail
+
+// True while some handle has some level on, or the TRACE setting could give it one.
+inline bool anyLevelOn() { return detail::gLevelsOn.load(std::memory_order_relaxed) != 0; }
+
 class Handle {
  public:
    // Takes its levels from the current TRACE setting and follows later re-reads.
@@ -36,7 +46,12 @@ class Handle {
    bool anyEnabled() const { return levels_.load(std::memory_order_relaxed) != 0; }
    std::uint32_t levels() const { return levels_.load(std::memory_order_relaxed); }
    // Overrides the levels (bit n = level n) until the next re-read of TRACE.
-   void levelsIs(std::uint32_t mask) { levels_.store(mask, std::memory_order_relaxed); }
+   void levelsIs(std::uint32_t mask) {
+      const std::uint32_t old = levels_.exchange(mask, std::memory_order_relaxed);
+      if ((old == 0) != (mask == 0)) {
+         detail::gLevelsOn.fetch_add(mask ? 1 : -1, std::memory_order_relaxed);
+      }
+   }
 
    // Formats and emits unconditionally; callers check enabled() first.
    template <typename... A>
