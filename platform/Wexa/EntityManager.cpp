@@ -61,7 +61,7 @@ Pelin::Ptr<Pelin::Node> EntityManager::mount(const std::string& path,
                                              const std::string& typeName,
                                              const MountInfo& info) {
    if (!validPath(path)) throw Pelin::Exception("state database path \"" + path + "\" is malformed");
-   mounts_.push_back(MountSpec{path, typeName, info});
+   mounts_.push_back(MountEntry{path, typeName, info});
    if (Pelin::Ptr<Pelin::Node> found = entity(path)) return found;
    auto provider = providers_.find(typeName);
    if (provider == providers_.end()) return nullptr;
@@ -87,7 +87,7 @@ MountGroup::MountGroup(const Pelin::Ptr<EntityManager>& entityManager,
 
 void MountGroup::doMount(const std::string& path, const std::string& typeName,
                          const MountInfo& info) {
-   pending_.push_back(MountSpec{path, typeName, info});
+   pending_.push_back(MountEntry{path, typeName, info});
 }
 
 void MountGroup::doMountProfile(const std::string& profileName) {
@@ -110,10 +110,10 @@ void MountGroup::doClose(bool keepOpen, const std::string&) {
 void MountGroup::complete() {
    MountStatus status =
        unknownProfiles_.empty() ? MountStatus::mountSuccess_ : MountStatus::mountFailure_;
-   std::vector<MountSpec> mounts = std::move(pending_);
+   std::vector<MountEntry> mounts = std::move(pending_);
    pending_.clear();
    unknownProfiles_.clear();
-   for (const MountSpec& m : mounts) {
+   for (const MountEntry& m : mounts) {
       try {
          entityManager_->mount(m.path, m.typeName, m.info);
       } catch (const std::exception&) {

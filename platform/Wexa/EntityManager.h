@@ -68,7 +68,7 @@ class EntityManager : public Pelin::Node {
    // else what the type's provider makes, else null.
    Pelin::Ptr<Pelin::Node> mount(const std::string& path, const std::string& typeName,
                                  const MountInfo& info);
-   const std::vector<MountSpec>& mounts() const noexcept { return mounts_; }
+   const std::vector<MountEntry>& mounts() const noexcept { return mounts_; }
    void providerIs(const std::string& typeName, Provider provider);
 
    MountFileInfo& mountFileInfo() noexcept { return mountFileInfo_; }
@@ -84,7 +84,7 @@ class EntityManager : public Pelin::Node {
    Pelin::Ptr<EventLoop> loop_;
    std::map<std::string, Pelin::Ptr<Pelin::Node>, std::less<>> entities_;
    std::map<std::string, Provider, std::less<>> providers_;
-   std::vector<MountSpec> mounts_;
+   std::vector<MountEntry> mounts_;
    MountFileInfo mountFileInfo_;
 };
 
@@ -106,7 +106,7 @@ class MountGroup : public Pelin::Node {
 
    Pelin::Ptr<EntityManager> entityManager_;
    Pelin::Ptr<Mounter> client_;
-   std::vector<MountSpec> pending_;
+   std::vector<MountEntry> pending_;
    std::vector<std::string> unknownProfiles_;
    bool closed_ = false;
 };

@@ -20,18 +20,18 @@ void MountFileInfo::profileIs(MountProfile profile) {
 
 namespace {
 
-MountSpec parseLine(const std::string& line, const std::string& where) {
+MountEntry parseLine(const std::string& line, const std::string& where) {
    std::istringstream in(line);
-   MountSpec spec;
-   in >> spec.path >> spec.typeName;
-   if (spec.typeName.empty()) {
+   MountEntry mount;
+   in >> mount.path >> mount.typeName;
+   if (mount.typeName.empty()) {
       throw Pelin::Exception(where + ": expected \"<path> <typeName> [<mountType> [<mode>]]\"");
    }
    std::string type, mode, extra;
    if (in >> type) {
       try {
          std::size_t used = 0;
-         spec.info.type = static_cast<std::uint32_t>(std::stoul(type, &used));
+         mount.info.type = static_cast<std::uint32_t>(std::stoul(type, &used));
          if (used != type.size()) throw std::invalid_argument(type);
       } catch (const std::logic_error&) {
          throw Pelin::Exception(where + ": mount type \"" + type + "\" is not a number");
@@ -41,10 +41,10 @@ MountSpec parseLine(const std::string& line, const std::string& where) {
       if (mode != "r" && mode != "w") {
          throw Pelin::Exception(where + ": mode \"" + mode + "\" is neither r nor w");
       }
-      spec.info.mode = mode;
+      mount.info.mode = mode;
    }
    if (in >> extra) throw Pelin::Exception(where + ": unexpected \"" + extra + "\"");
-   return spec;
+   return mount;
 }
 
 } // namespace

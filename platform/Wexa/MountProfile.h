@@ -9,16 +9,16 @@
 
 namespace Wexa {
 
-struct MountSpec {
+struct MountEntry {
    std::string path;
    std::string typeName;
    MountInfo info;
-   friend bool operator==(const MountSpec&, const MountSpec&) = default;
+   friend bool operator==(const MountEntry&, const MountEntry&) = default;
 };
 
 struct MountProfile {
    std::string name;
-   std::vector<MountSpec> mounts;
+   std::vector<MountEntry> mounts;
 };
 
 class MountFileInfo {

@@ -74,7 +74,7 @@ TEST(WexaTest, ProfilesLoadFromFilesWithClearErrors) {
    ASSERT_TRUE(info.profileLoaded("Good"));
    const auto& mounts = info.profile("Good")->mounts;
    ASSERT_EQ(mounts.size(), 2u);
-   EXPECT_EQ(mounts[0], (Wexa::MountSpec{"x/y", "Thing", {3, "r"}}));
+   EXPECT_EQ(mounts[0], (Wexa::MountEntry{"x/y", "Thing", {3, "r"}}));
    EXPECT_EQ(mounts[1].typeName, "Other");
    EXPECT_EQ(info.loadProfileDir(dir + "/missing"), 0u);
 
