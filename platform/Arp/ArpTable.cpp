@@ -28,6 +28,17 @@ Status::Status(const std::string& name, ArpEntryMap::Map arp, ArpEntryMap::Map n
     : name_(name), arp_(name + "/arp", std::move(arp)),
       neighbor_(name + "/neighbor", std::move(neighbor)) {}
 
+Pelin::Ptr<Status> Status::createFiles(const std::string& name, const std::string& base,
+                                       const Capacity& c) {
+   return Pelin::make<Status>(name, ArpEntryMap::Map::createFile(base + ".arp", c.arpEntries),
+                              ArpEntryMap::Map::createFile(base + ".neighbor", c.neighborEntries));
+}
+
+Pelin::Ptr<Status> Status::attachFiles(const std::string& name, const std::string& base) {
+   return Pelin::make<Status>(name, ArpEntryMap::Map::attachFile(base + ".arp"),
+                              ArpEntryMap::Map::attachFile(base + ".neighbor"));
+}
+
 ArpEntryMap& Status::mapFor(const Lumo::IpGenAddr& addr) {
    if (addr.af() == Lumo::AddressFamily::ipv4_) return arp_;
    if (addr.af() == Lumo::AddressFamily::ipv6_) return neighbor_;

@@ -124,6 +124,13 @@ public:
    Status(const std::string& name, const Capacity& capacity);
    // Over maps made elsewhere, e.g. ArpEntryMap::Map::createFile / attachFile.
    Status(const std::string& name, ArpEntryMap::Map arp, ArpEntryMap::Map neighbor);
+   // The writer's table in two new owner-only files, `<base>.arp` and `<base>.neighbor`.
+   static Pelin::Ptr<Status> createFiles(const std::string& name, const std::string& base,
+                                         const Capacity& capacity);
+   // A reader's mapping of the files createFiles made, without write access: the writer
+   // calls fault. A foreign header raises Pelin::Exception naming the file and the field.
+   static Pelin::Ptr<Status> attachFiles(const std::string& name,
+                                               const std::string& base);
 
    const std::string& name() const { return name_; }
 

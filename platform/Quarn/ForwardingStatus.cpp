@@ -42,6 +42,20 @@ ForwardingStatus::ForwardingStatus(const std::string& name, FecTable fecs,
                                    Table::PrefixMap routes)
     : name_(name), fecs_(std::move(fecs)), routes_(std::move(routes)) {}
 
+Pelin::Ptr<ForwardingStatus> ForwardingStatus::createFiles(const std::string& name,
+                                                           const std::string& base,
+                                                           const Capacity& c) {
+   return Pelin::make<ForwardingStatus>(
+       name, FecTable::createFile(base + ".fecs", c.fecs, c.viaPoolBytes, viaBounds()),
+       Table::PrefixMap::createFile(base + ".routes", c.routes));
+}
+
+Pelin::Ptr<ForwardingStatus> ForwardingStatus::attachFiles(const std::string& name,
+                                                                 const std::string& base) {
+   return Pelin::make<ForwardingStatus>(name, FecTable::attachFile(base + ".fecs", viaBounds()),
+                                        Table::PrefixMap::attachFile(base + ".routes"));
+}
+
 Fec ForwardingStatus::fec(Fib::FecId fecId) const {
    // One named result on every path, so that it is built in place: a FEC is returned by
    // value and may hold hundreds of vias.

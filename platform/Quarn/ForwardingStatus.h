@@ -46,6 +46,15 @@ class ForwardingStatus : public Kor::Notifier {
    explicit ForwardingStatus(const std::string& name);
    ForwardingStatus(const std::string& name, const Capacity& capacity);
    ForwardingStatus(const std::string& name, FecTable fecs, Table::PrefixMap routes);
+   // The writer's table in two new owner-only files, `<base>.fecs` and `<base>.routes`.
+   static Pelin::Ptr<ForwardingStatus> createFiles(const std::string& name,
+                                                   const std::string& base,
+                                                   const Capacity& capacity);
+   // A reader's mapping of the files createFiles made, without write access: the writer
+   // calls fault. A file whose header is not a forwarding table's raises Pelin::Exception
+   // naming the file and the field.
+   static Pelin::Ptr<ForwardingStatus> attachFiles(const std::string& name,
+                                                         const std::string& base);
 
    const std::string& name() const { return name_; }
 

@@ -102,15 +102,28 @@ Region Region::anonymous(const Layout& layout) {
    return region;
 }
 
+// The file is made under a temporary name and renamed into place once its header is
+// whole: a reader attaching meanwhile finds the previous file or the new one, and a reader
+// still mapping a replaced file keeps its pages (truncating in place would fault them).
 Region Region::createFile(const std::string& path, const Layout& layout) {
    std::size_t bytes = headerFor(layout).totalBytes;
-   Fd fd{::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)};
-   if (fd.fd < 0) systemError(path, "open");
-   if (::fchmod(fd.fd, 0600) != 0) systemError(path, "fchmod");
-   if (::ftruncate(fd.fd, static_cast<off_t>(bytes)) != 0) systemError(path, "ftruncate");
-   void* p = mapOrThrow(path, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd.fd);
+   const std::string temp = fmt::format("{}.new.{}", path, ::getpid());
+   ::unlink(temp.c_str());
+   Fd fd{::open(temp.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600)};
+   if (fd.fd < 0) systemError(temp, "open");
+   // The process umask could only narrow 0600; fchmod keeps it exact either way.
+   if (::fchmod(fd.fd, 0600) != 0) systemError(temp, "fchmod");
+   if (::ftruncate(fd.fd, static_cast<off_t>(bytes)) != 0) {
+      ::unlink(temp.c_str());
+      systemError(temp, "ftruncate");
+   }
+   void* p = mapOrThrow(temp, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd.fd);
    Region region(static_cast<std::byte*>(p), bytes, true, path);
    region.initialise(layout);
+   if (::rename(temp.c_str(), path.c_str()) != 0) {
+      ::unlink(temp.c_str());
+      systemError(path, "rename");
+   }
    return region;
 }
 

@@ -1,8 +1,10 @@
 #include "Agent.h"
 
 #include "Quarn/TableInfo.h"
+#include "Shm/SharedTables.h"
 #include "VeltLib/RoutingContext.h"
 #include "Wexa/Paths.h"
+#include "velt/state/SharedState.h"
 
 #include <cstdlib>
 
@@ -12,15 +14,18 @@ namespace {
 
 constexpr const char* kSysName = "velt";
 
-std::string tablePath(const VeltState::Tables& tables, const std::string& name) {
-   if (tables.unifiedFec) return Quarn::Fib::TableInfo::unifiedStatusPath;
-   return Quarn::Fib::TableInfo::fecMountPath(Lumo::AddressFamily::ipunknown_, name, "rib");
-}
-
 } // namespace
 
-Agent::Agent(const VeltState::State& state)
-    : state_(state), tables_(VeltState::buildTables(state)) {
+VeltState::Tables tablesFor(const VeltState::State& state, const std::string& shmDir) {
+   if (shmDir.empty()) return VeltState::buildTables(state);
+   VeltState::Tables tables;
+   tables.unifiedFec = state.unifiedFec;
+   VeltState::fillInterfaces(tables, state);
+   return tables;
+}
+
+Agent::Agent(const VeltState::State& state, const std::string& shmDir)
+    : state_(state), tables_(tablesFor(state, shmDir)), shmDir_(shmDir) {
    em_ = Pelin::make<Wexa::EntityManager>(kSysName, false);
    placeState();
    if (!std::getenv("VELT_NHR_PLUGINS")) setenv("VELT_NHR_PLUGINS", defaultPlugins, 1);
@@ -35,8 +40,11 @@ Agent::~Agent() = default;
 
 void Agent::placeState() {
    Pelin::Ptr<Wexa::EntityManager> shm = Wexa::sharedMemoryEntityManager(kSysName, false);
-   for (const auto& [name, table] : tables_.forwarding) shm->entityIs(tablePath(tables_, name), table);
-   shm->entityIs(Wexa::Paths::arpStatus, tables_.arp);
+   if (shmDir_.empty()) {
+      placeTables(*shm);
+   } else {
+      attachTables(*shm);
+   }
    em_->entityIs(Wexa::Paths::l3IntfStatus, tables_.l3IntfStatus);
    em_->entityIs(Wexa::Paths::ethIntfStatus, tables_.ethIntfStatus);
 
@@ -58,6 +66,37 @@ void Agent::placeState() {
        {"Velt-NhrPlugin-builtins",
         {{Wexa::Paths::l3IntfStatus, "L3::Intf::StatusDir", {}},
          {Wexa::Paths::ethIntfStatus, "Interface::EthIntfStatusDir", {}}}});
+}
+
+void Agent::placeTables(Wexa::EntityManager& shm) {
+   for (const auto& [name, table] : tables_.forwarding) {
+      shm.entityIs(VeltState::tablePath(tables_.unifiedFec, name), table);
+   }
+   shm.entityIs(Wexa::Paths::arpStatus, tables_.arp);
+}
+
+// Mounted here rather than first by the VRF roots, so that a missing or foreign file stops
+// the tool at start with its name instead of leaving a VRF without a table.
+void Agent::attachTables(Wexa::EntityManager& shm) {
+   Shm::fileProvidersIs(shm, shmDir_);
+   using Quarn::Fib::TableInfo;
+   const Wexa::MountInfo info = TableInfo().forwardingInfo(TableInfo::mountTypeSharedTable);
+   for (const VeltState::TableEntry& t : state_.tables) {
+      const std::string path = VeltState::tablePath(state_.unifiedFec, t.name);
+      auto table = Pelin::ptr_cast<Quarn::FibGen::ForwardingStatus>(
+          shm.mount(path, Quarn::Fib::TableInfo::forwardingStatusTypeName, info));
+      if (!table) {
+         throw Pelin::Exception("no shared table " + t.name + " at " +
+                                Shm::fileBase(shmDir_, path) + ".fecs");
+      }
+      tables_.forwarding.emplace(t.name, table);
+   }
+   tables_.arp = Pelin::ptr_cast<Arp::Table::Status>(
+       shm.mount(Wexa::Paths::arpStatus, Shm::arpStatusTypeName, info));
+   if (!tables_.arp) {
+      throw Pelin::Exception("no shared neighbour table at " +
+                             Shm::fileBase(shmDir_, Wexa::Paths::arpStatus) + ".arp");
+   }
 }
 
 bool Agent::hasVrf(const std::string& vrf) const {

@@ -22,8 +22,11 @@ inline constexpr const char* defaultPlugins = "builtins,routeLookup";
 
 class Agent {
  public:
-   // Raises Pelin::Exception (or the plugin loader's error) when start-up fails.
-   explicit Agent(const VeltState::State& state);
+   // Raises Pelin::Exception (or the plugin loader's error) when start-up fails. With
+   // `shmDir`, the forwarding and neighbour tables are not built from `state` but
+   // attached read-only from the files a writer made there; `state` is then the layout
+   // that writer left (VeltState::loadLayout).
+   explicit Agent(const VeltState::State& state, const std::string& shmDir = {});
    ~Agent();
 
    const VeltState::State& state() const { return state_; }
@@ -45,9 +48,12 @@ class Agent {
 
  private:
    void placeState();
+   void placeTables(Wexa::EntityManager& shm);
+   void attachTables(Wexa::EntityManager& shm);
 
    VeltState::State state_;
    VeltState::Tables tables_;
+   std::string shmDir_;
    Pelin::Ptr<Wexa::EntityManager> em_;
    Pelin::Ptr<Ip::AllVrfStatusGlobal> global_;
    Pelin::Ptr<Ip::AllVrfStatusLocal> local_;

@@ -11,10 +11,17 @@ namespace Velt::Tool {
 
 struct GlobalOptions {
    std::string stateFile; // empty: the embedded default state
+   bool shm = false;      // read the tables a `velt write` left in shared memory
+   std::string shmDir;    // empty: Shm::tableDir("velt")
 };
 
-// The state to work on: the file named by --state, else the embedded example leaf switch.
+// The state to work on: the file named by --state, else the embedded example leaf switch;
+// with --shm, the layout the writer left beside its tables.
 VeltState::State loadState(const GlobalOptions& options);
+// The shared-memory table directory the options name (whether or not --shm is on).
+std::string tableDirOf(const GlobalOptions& options);
+// What Agent takes as its table directory: tableDirOf() with --shm, else empty.
+std::string readerDirOf(const GlobalOptions& options);
 // The embedded default state file's text.
 const char* embeddedStateText();
 
@@ -23,5 +30,6 @@ void addReplayCommand(CLI::App& app, const GlobalOptions& options);
 void addBenchCommand(CLI::App& app, const GlobalOptions& options);
 void addShowCommand(CLI::App& app, const GlobalOptions& options);
 void addRinglogCommand(CLI::App& app);
+void addWriteCommand(CLI::App& app, const GlobalOptions& options);
 
 } // namespace Velt::Tool

@@ -27,7 +27,7 @@ constexpr std::uint64_t kProgressEvery = 1 << 18;
 
 void run(const GlobalOptions& global, const ReplayOptions& o) {
    VeltTools::PcapReader reader(o.file); // fails early on a bad file, before start-up
-   Agent agent(loadState(global));
+   Agent agent(loadState(global), readerDirOf(global));
    if (!agent.hasVrf(o.vrf)) throw std::invalid_argument("--vrf " + o.vrf + ": no such VRF is up");
    const bool progress = !o.quiet && isatty(STDERR_FILENO);
    auto counters = Pelin::make<VeltNamedCounters>();

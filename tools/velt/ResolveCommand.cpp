@@ -59,7 +59,7 @@ void run(const GlobalOptions& global, const ResolveOptions& o) {
    std::vector<Target> targets;
    for (const std::string& text : o.targets) targets.push_back(parseTarget(text));
    const std::uint32_t hash = o.flow.empty() ? o.hash : flowHash(parseFlow(o.flow));
-   Agent agent(loadState(global));
+   Agent agent(loadState(global), readerDirOf(global));
    if (!agent.hasVrf(o.vrf)) {
       std::string known;
       for (const auto& root : agent.root()->vrfRoots()->vrfRoot()) {

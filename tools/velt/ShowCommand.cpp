@@ -59,7 +59,7 @@ void addShowCommand(CLI::App& app, const GlobalOptions& global) {
        "show", "Print the loaded state, VRF roots, registered steps and resolvers, and plugins.");
    cmd->add_flag("--json", *json, "print JSON");
    cmd->callback([&global, json] {
-      Agent agent(loadState(global));
+      Agent agent(loadState(global), readerDirOf(global));
       nlohmann::json j = showJson(agent);
       if (*json) {
          std::cout << j.dump(2) << "\n";

@@ -12,11 +12,19 @@ int main(int argc, char** argv) {
    app.add_option("--state", options.stateFile,
                   "YAML state file (default: the embedded example leaf switch)")
        ->check(CLI::ExistingFile);
+   app.add_flag("--shm", options.shm,
+                "read the forwarding and neighbour tables from shared memory, as `velt write` "
+                "left them");
+   app.add_option("--shm-dir", options.shmDir,
+                  "shared-memory table directory (default: $VELT_SHM_DIR, else /dev/shm/velt)");
+   // Global options may follow the subcommand too: `velt resolve --shm 10.0.0.1`.
+   app.fallthrough();
    Velt::Tool::addResolveCommand(app, options);
    Velt::Tool::addReplayCommand(app, options);
    Velt::Tool::addBenchCommand(app, options);
    Velt::Tool::addShowCommand(app, options);
    Velt::Tool::addRinglogCommand(app);
+   Velt::Tool::addWriteCommand(app, options);
    try {
       app.parse(argc, argv);
    } catch (const CLI::CallForHelp& e) {

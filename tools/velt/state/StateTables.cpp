@@ -40,42 +40,47 @@ ForwardingStatus::Capacity capacityFor(const TableEntry& table) {
    return c;
 }
 
-Tables buildTables(const State& state) {
-   Tables out;
-   out.unifiedFec = state.unifiedFec;
-   // A FEC is some 30 KB: one on the heap is reused for the whole table.
-   auto fec = std::make_unique<Quarn::FibGen::Fec>();
-   for (const TableEntry& t : state.tables) {
-      auto fwd = Pelin::make<ForwardingStatus>(t.name, capacityFor(t));
-      for (const FecEntry& f : t.fecs) {
-         fec->fecIdIs(f.id);
-         fec->viaCountIs(0);
-         fec->fecTypeIs(f.type);
-         fec->loopbackOnlyIs(f.loopbackOnly);
-         fec->backupViaIndexIs(f.backupVia);
-         for (const ViaEntry& v : f.vias)
-            fec->viaAppend(viaOf(v));
-         fwd->fecIs(*fec);
-      }
-      for (const RouteEntry& r : t.routes)
-         fwd->routeIs(r.prefix, r.fec);
-      out.forwarding.emplace(t.name, std::move(fwd));
-   }
-
+Arp::Table::Status::Capacity neighbourCapacityFor(const State& state) {
    std::uint64_t v4 = 0;
    for (const NeighbourEntry& n : state.neighbours) {
       if (n.ip.af() == Lumo::AddressFamily::ipv4_) ++v4;
    }
-   Arp::Table::Status::Capacity arpCap{withHeadroom(v4, 1024),
-                                       withHeadroom(state.neighbours.size() - v4, 1024)};
-   out.arp = Pelin::make<Arp::Table::Status>("arp", arpCap);
-   for (const NeighbourEntry& n : state.neighbours) {
-      auto vrfId = state.vrfId(n.vrf);
-      VELT_ASSERT(vrfId.has_value());
-      out.arp->entryIs(
-          Arp::Table::ArpEntry(Arp::Table::ArpKey(n.intf, *vrfId, n.ip), n.mac));
-   }
+   return {withHeadroom(v4, 1024), withHeadroom(state.neighbours.size() - v4, 1024)};
+}
 
+void fecFrom(const FecEntry& f, Quarn::FibGen::Fec& fec) {
+   fec.fecIdIs(f.id);
+   fec.viaCountIs(0);
+   fec.fecTypeIs(f.type);
+   fec.loopbackOnlyIs(f.loopbackOnly);
+   fec.backupViaIndexIs(f.backupVia);
+   for (const ViaEntry& v : f.vias)
+      fec.viaAppend(viaOf(v));
+}
+
+Arp::Table::ArpEntry neighbourFrom(const NeighbourEntry& n, const State& state) {
+   auto vrfId = state.vrfId(n.vrf);
+   VELT_ASSERT(vrfId.has_value());
+   return Arp::Table::ArpEntry(Arp::Table::ArpKey(n.intf, *vrfId, n.ip), n.mac);
+}
+
+void fillForwarding(ForwardingStatus& table, const TableEntry& t) {
+   // A FEC is some 30 KB: one on the heap is reused for the whole table.
+   auto fec = std::make_unique<Quarn::FibGen::Fec>();
+   for (const FecEntry& f : t.fecs) {
+      fecFrom(f, *fec);
+      table.fecIs(*fec);
+   }
+   for (const RouteEntry& r : t.routes)
+      table.routeIs(r.prefix, r.fec);
+}
+
+void fillNeighbours(Arp::Table::Status& arp, const State& state) {
+   for (const NeighbourEntry& n : state.neighbours)
+      arp.entryIs(neighbourFrom(n, state));
+}
+
+void fillInterfaces(Tables& out, const State& state) {
    out.l3IntfStatus = L3::Intf::statusDirFactory();
    out.ethIntfStatus = Interface::ethIntfStatusDirFactory();
    for (const IntfEntry& i : state.interfaces) {
@@ -85,6 +90,19 @@ Tables buildTables(const State& state) {
                                           ? Interface::IntfOperStatus::intfOperUp
                                           : Interface::IntfOperStatus::intfOperDown);
    }
+}
+
+Tables buildTables(const State& state) {
+   Tables out;
+   out.unifiedFec = state.unifiedFec;
+   for (const TableEntry& t : state.tables) {
+      auto fwd = Pelin::make<ForwardingStatus>(t.name, capacityFor(t));
+      fillForwarding(*fwd, t);
+      out.forwarding.emplace(t.name, std::move(fwd));
+   }
+   out.arp = Pelin::make<Arp::Table::Status>("arp", neighbourCapacityFor(state));
+   fillNeighbours(*out.arp, state);
+   fillInterfaces(out, state);
    return out;
 }
 

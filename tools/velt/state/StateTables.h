@@ -37,5 +37,15 @@ Tables buildTables(const State& state);
 
 // What buildTables sizes a forwarding table with.
 Quarn::FibGen::ForwardingStatus::Capacity capacityFor(const TableEntry& table);
+// What buildTables sizes the neighbour table with.
+Arp::Table::Status::Capacity neighbourCapacityFor(const State& state);
+
+// The pieces buildTables is made of, for tables made elsewhere (in shared memory, say).
+void fillForwarding(Quarn::FibGen::ForwardingStatus& table, const TableEntry& entry);
+void fillNeighbours(Arp::Table::Status& arp, const State& state);
+void fillInterfaces(Tables& tables, const State& state);
+// `fec` made to hold `entry`; `fec` is reused so that no FEC is built per entry.
+void fecFrom(const FecEntry& entry, Quarn::FibGen::Fec& fec);
+Arp::Table::ArpEntry neighbourFrom(const NeighbourEntry& entry, const State& state);
 
 } // namespace VeltState
