@@ -194,3 +194,79 @@ TEST(VeltToolTest, ShowAndBenchRun) {
 }
 
 } // namespace
+
+namespace {
+
+// Runs velt with its shared-memory tables in `dir`.
+Outcome runShm(const fs::path& dir, const std::string& args) {
+   return run(args, "VELT_SHM_DIR=" + dir.string());
+}
+
+json shmDecisions(const fs::path& dir, const std::string& args) {
+   Outcome r = runShm(dir, "resolve --json --shm " + args);
+   EXPECT_EQ(r.code, 0) << r.out;
+   return r.code == 0 ? json::parse(r.out)["decisions"] : json();
+}
+
+TEST(VeltToolTest, ReadersOfSharedTablesDecideAsInProcessAndFollowTheWriter) {
+   const fs::path dir = tmpDir("velt-shm-" + std::to_string(::getpid()));
+   const std::string leaf = std::string(VELT_SOURCE_DIR) + "/examples/leaf.yaml";
+   // The same leaf with the first spine's neighbour moved to a new MAC.
+   std::string text;
+   {
+      std::ifstream in(leaf);
+      text.assign(std::istreambuf_iterator<char>(in), {});
+   }
+   const std::string oldMac = "ip: 10.0.0.1, mac: \"02:5b:00:00:00:01\"";
+   ASSERT_NE(text.find(oldMac), std::string::npos);
+   text.replace(text.find(oldMac), oldMac.size(), "ip: 10.0.0.1, mac: \"02:5b:00:00:00:99\"");
+   std::ofstream(dir / "moved.yaml") << text;
+
+   const fs::path tables = dir / "tables";
+   Outcome made = runShm(tables, "write " + leaf);
+   ASSERT_EQ(made.code, 0) << made.out;
+   for (const std::string args : {"--hash 1 10.100.0.5 2001:db8::5 10.0.1.1",
+                                  "--vrf tenant 192.0.2.10 203.0.113.2 198.51.100.7"}) {
+      EXPECT_EQ(shmDecisions(tables, args), decisions(args)) << args;
+   }
+   Outcome replayed = runShm(tables, "replay --json --shm " VELT_SOURCE_DIR "/examples/leaf.pcap");
+   ASSERT_EQ(replayed.code, 0) << replayed.out;
+   EXPECT_EQ(json::parse(replayed.out)["decisions"],
+             json::parse(run("replay --json " VELT_SOURCE_DIR "/examples/leaf.pcap").out)["decisions"]);
+
+   Outcome changed = runShm(tables, "write --interval 0 --json " + leaf + " " +
+                                        (dir / "moved.yaml").string());
+   ASSERT_EQ(changed.code, 0) << changed.out;
+   EXPECT_NE(changed.out.find(R"("neighbours":{"added":0,"changed":1,"removed":0})"),
+             std::string::npos)
+       << changed.out;
+   std::set<std::string> macs;
+   for (int hash = 1; hash <= 64; ++hash) {
+      json d = shmDecisions(tables, "--hash " + std::to_string(hash) + " 10.100.0.5");
+      if (!d.empty() && d[0]["outputInterface"] == "Ethernet49") macs.insert(d[0]["dstMac"]);
+   }
+   EXPECT_EQ(macs, std::set<std::string>{"02:5b:00:00:00:99"});
+}
+
+TEST(VeltToolTest, SharedTableProblemsAreNamed) {
+   const fs::path dir = tmpDir("velt-shm-bad-" + std::to_string(::getpid()));
+   Outcome none = runShm(dir, "resolve --shm 10.0.0.1");
+   EXPECT_EQ(none.code, 1);
+   EXPECT_NE(none.out.find("no shared tables here"), std::string::npos) << none.out;
+   Outcome both = runShm(dir, "--state " VELT_SOURCE_DIR "/examples/leaf.yaml resolve --shm 10.0.0.1");
+   EXPECT_EQ(both.code, 1);
+   EXPECT_NE(both.out.find("--state and --shm"), std::string::npos) << both.out;
+
+   ASSERT_EQ(runShm(dir, "write " VELT_SOURCE_DIR "/examples/leaf.yaml").code, 0);
+   const fs::path fecs = dir / "forwardingGen" / "default" / "rib.fecs";
+   EXPECT_EQ(fs::status(fecs).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+   {
+      std::fstream f(fecs, std::ios::in | std::ios::out | std::ios::binary);
+      f.write("NOTOURS!", 8);
+   }
+   Outcome damaged = runShm(dir, "resolve --shm 10.0.0.1");
+   EXPECT_EQ(damaged.code, 1);
+   EXPECT_NE(damaged.out.find(fecs.string() + ": magic"), std::string::npos) << damaged.out;
+}
+
+} // namespace
