@@ -191,6 +191,14 @@ TEST(VeltToolTest, ShowAndBenchRun) {
    ASSERT_EQ(bench.code, 0) << bench.out;
    json b = json::parse(bench.out.substr(bench.out.find('{')));
    EXPECT_EQ(b["scenarios"].size(), 6u);
+   Outcome both = run("bench --json --tables both --only two-level --routes 100 "
+                      "--iterations 200 --repetitions 2");
+   ASSERT_EQ(both.code, 0) << both.out;
+   json c = json::parse(both.out.substr(both.out.find('{')));
+   ASSERT_EQ(c["scenarios"].size(), 1u);
+   EXPECT_GT(c["scenarios"][0]["sharedOverInProcess"].get<double>(), 0.0);
+   EXPECT_EQ(c["scenarios"][0]["shared"]["heapAllocsPerResolution"],
+             c["scenarios"][0]["inProcess"]["heapAllocsPerResolution"]);
 }
 
 } // namespace
