@@ -6,15 +6,21 @@
 #include <CLI/CLI.hpp>
 
 #include <string>
+#include <vector>
 
 namespace Velt::Tool {
 
 struct GlobalOptions {
    std::string stateFile; // empty: the embedded default state
+   bool fromKernel = false; // --linux: the current network namespace instead
+   std::vector<std::string> vrfTables; // NAME=TABLE[:IFACE,...], for --linux and import
 };
 
-// The state to work on: the file named by --state, else the embedded example leaf switch.
+// The state to work on: the current network namespace with --linux, the file named by
+// --state, else the embedded example leaf switch.
 VeltState::State loadState(const GlobalOptions& options);
+// The current network namespace, read over netlink, with the VRF tables of the options.
+VeltState::State importFromKernel(const GlobalOptions& options);
 // The embedded default state file's text.
 const char* embeddedStateText();
 
@@ -23,5 +29,6 @@ void addReplayCommand(CLI::App& app, const GlobalOptions& options);
 void addBenchCommand(CLI::App& app, const GlobalOptions& options);
 void addShowCommand(CLI::App& app, const GlobalOptions& options);
 void addRinglogCommand(CLI::App& app);
+void addImportCommand(CLI::App& app, GlobalOptions& options);
 
 } // namespace Velt::Tool
