@@ -1,6 +1,7 @@
 #include "TestNamespaces.h"
 
 #include <array>
+#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
@@ -76,6 +77,9 @@ const std::string& namespaceProblem() {
    static const std::string problem = [] {
       const std::string name = "vlt" + std::to_string(getpid()) + "-probe";
       CommandResult r = runCommand("ip netns add " + name);
+      while (!r.output.empty() && std::isspace(static_cast<unsigned char>(r.output.back()))) {
+         r.output.pop_back();
+      }
       if (r.status != 0) {
          return "ip netns add failed: " + (r.output.empty() ? "exit " + std::to_string(r.status)
                                                               : r.output);

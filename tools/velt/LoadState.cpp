@@ -2,6 +2,8 @@
 #include "kernel/ImportState.h"
 #include "kernel/ReadKernel.h"
 
+#include <stdexcept>
+
 namespace Velt::Tool {
 
 VeltState::State importFromKernel(const GlobalOptions& options) {
@@ -14,6 +16,9 @@ VeltState::State importFromKernel(const GlobalOptions& options) {
 
 VeltState::State loadState(const GlobalOptions& options) {
    if (options.fromKernel) return importFromKernel(options);
+   if (!options.vrfTables.empty()) {
+      throw std::invalid_argument("--vrf-table names tables of the kernel: it needs --linux");
+   }
    if (options.stateFile.empty()) {
       return VeltState::parseState(embeddedStateText(), "<embedded leaf.yaml>");
    }
