@@ -43,8 +43,13 @@ KernelState readKernelState() {
            "address", parseAddress, s.addresses);
    collect(socket, RTM_GETROUTE, rtmsg{}, &rtmsg::rtm_family, {AF_INET, AF_INET6}, "route",
            parseRoute, s.routes);
-   collect(socket, RTM_GETNEXTHOP, nhmsg{}, &nhmsg::nh_family, {AF_UNSPEC}, "nexthop",
-           parseNexthop, s.nexthops);
+   try {
+      collect(socket, RTM_GETNEXTHOP, nhmsg{}, &nhmsg::nh_family, {AF_UNSPEC}, "nexthop",
+              parseNexthop, s.nexthops);
+   } catch (const NetlinkError&) {
+      // Kernels before nexthop objects refuse the dump; their routes carry their own paths.
+      s.nexthops.clear();
+   }
    collect(socket, RTM_GETNEIGH, ndmsg{}, &ndmsg::ndm_family, {AF_INET, AF_INET6}, "neighbour",
            parseNeighbour, s.neighbours);
    collect(socket, RTM_GETRULE, fib_rule_hdr{}, &fib_rule_hdr::family, {AF_INET, AF_INET6},
