@@ -50,6 +50,8 @@ class MultipathDiffTest : public testing::Test {
           "nexthop add id 3 via 203.0.113.2 dev e3",
           "nexthop add id 10 group 1,1/2,2/3,1",
           "route add 198.18.21.0/24 nhid 10",
+          "nexthop add id 11 group 1,3/3,1 type resilient buckets 128",
+          "route add 198.18.22.0/24 nhid 11",
           "route add 2001:db8:200::/48 nexthop via 2001:db8:1::2 dev e1 weight 2 nexthop via "
           "2001:db8:2::2 dev e2 weight 1",
       });
@@ -135,6 +137,11 @@ TEST_F(MultipathDiffTest, WeightedRouteSplitsFlowsLikeTheKernel) {
 
 TEST_F(MultipathDiffTest, NexthopGroupSplitsFlowsLikeTheKernel) {
    expectSplitsMatch("198.18.21.7", {{"e1", 1}, {"e2", 2}, {"e3", 1}});
+}
+
+// The kernel spreads a resilient group's buckets by weight; velt sees the same weights.
+TEST_F(MultipathDiffTest, ResilientGroupSplitsFlowsLikeTheKernel) {
+   expectSplitsMatch("198.18.22.7", {{"e1", 3}, {"e3", 1}});
 }
 
 TEST_F(MultipathDiffTest, Ipv6WeightedRouteSplitsFlowsLikeTheKernel) {
