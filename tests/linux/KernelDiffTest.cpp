@@ -60,6 +60,26 @@ std::vector<std::string> topology() {
    };
 }
 
+// VRF red in IPv6: the same layout, with rules of their own. The kernel adds an IPv6
+// address's local route in the background, so it stays in table local too (where it
+// answers only after the VRF's rules) rather than racing a delete.
+std::vector<std::string> topology6() {
+   return {
+       "addr add 2001:db8:3::1/64 dev e3 nodad noprefixroute",
+       "neigh add 2001:db8:3::2 lladdr 02:00:00:00:03:06 dev e3 nud permanent",
+       "route add 2001:db8:3::/64 dev e3 table 10",
+       "route add local 2001:db8:3::1 dev e3 table 10",
+       "route add unreachable default metric 4278198272 table 10",
+       "route add 2001:db8:110::/48 via 2001:db8:1::2 dev e1 onlink table 10",
+       "route add 2001:db8:111::/48 via 2001:db8:3::2 dev e3 onlink",
+       "rule add pref 1000 iif e3 lookup 10",
+       "rule add pref 1001 oif e3 lookup 10",
+       "rule add pref 1002 fwmark 10 lookup 10",
+       "rule add pref 2000 lookup local",
+       "rule del pref 0",
+   };
+}
+
 class KernelDiffTest : public testing::Test {
  protected:
    void SetUp() override {
@@ -69,6 +89,7 @@ class KernelDiffTest : public testing::Test {
       ns_ = namespaces_.add("d");
       namespaces_.addVeths(ns_, namespaces_.add("p"), 3);
       TestNamespaces::batch(ns_, topology());
+      TestNamespaces::batch(ns_, topology6(), "-6");
    }
 
    // Asks the kernel and velt about each destination in VRF `vrf` (the kernel through
@@ -124,6 +145,12 @@ TEST_F(KernelDiffTest, RoutesLeakBetweenTheVrfTableAndMain) {
                         "198.19.0.1"},
                        "red", 10);
    expectSameDecisions({"198.18.12.1", "203.0.113.2"});
+}
+
+TEST_F(KernelDiffTest, Ipv6RoutesLeakBetweenTheVrfTableAndMain) {
+   expectSameDecisions({"2001:db8:3::2", "2001:db8:3::1", "2001:db8:110::1", "2001:db8:ffff::1"},
+                       "red", 10);
+   expectSameDecisions({"2001:db8:111::1", "2001:db8:3::2"});
 }
 
 TEST_F(KernelDiffTest, ImportWritesAStateFileThatResolvesAlike) {

@@ -62,13 +62,14 @@ void TestNamespaces::addVeths(const std::string& ns, const std::string& peer, in
    batch(peer, there);
 }
 
-void TestNamespaces::batch(const std::string& ns, const std::vector<std::string>& lines) {
+void TestNamespaces::batch(const std::string& ns, const std::vector<std::string>& lines,
+                           const std::string& options) {
    const std::string path = scratchFile(ns);
    {
       std::ofstream out(path);
       for (const std::string& line : lines) out << line << "\n";
    }
-   CommandResult r = runCommand("ip -n " + ns + " -batch " + path);
+   CommandResult r = runCommand("ip -n " + ns + " " + options + " -batch " + path);
    std::remove(path.c_str());
    if (r.status != 0) throw std::runtime_error("setting up " + ns + ": " + r.output);
 }

@@ -29,7 +29,9 @@ class TestNamespaces {
    static void addVeths(const std::string& ns, const std::string& peer, int count);
    // Runs `ip -batch` lines inside namespace `ns`; raises std::runtime_error naming the
    // failing line.
-   static void batch(const std::string& ns, const std::vector<std::string>& lines);
+   // `options` go before -batch, e.g. "-6" for rules of IPv6.
+   static void batch(const std::string& ns, const std::vector<std::string>& lines,
+                     const std::string& options = "");
 
  private:
    std::vector<std::string> names_;
