@@ -3,6 +3,8 @@
 #include <array>
 #include <cctype>
 #include <cstdio>
+#include <filesystem>
+#include <sstream>
 #include <fstream>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -74,6 +76,23 @@ void TestNamespaces::batch(const std::string& ns, const std::vector<std::string>
    if (r.status != 0) throw std::runtime_error("setting up " + ns + ": " + r.output);
 }
 
+namespace {
+
+// Namespaces left by a test process that died before it could remove them (a crash, a
+// kill): "vlt<pid>-..." of a pid that no longer runs.
+void removeOrphans() {
+   std::istringstream names(runCommand("ip netns list").output);
+   for (std::string line; std::getline(names, line);) {
+      const std::string name = line.substr(0, line.find(' '));
+      if (name.rfind("vlt", 0) != 0) continue;
+      const std::string pid = name.substr(3, name.find('-') - 3);
+      if (pid.empty() || pid.find_first_not_of("0123456789") != std::string::npos) continue;
+      if (!std::filesystem::exists("/proc/" + pid)) runCommand("ip netns del " + name);
+   }
+}
+
+} // namespace
+
 const std::string& namespaceProblem() {
    static const std::string problem = [] {
       const std::string name = "vlt" + std::to_string(getpid()) + "-probe";
@@ -86,6 +105,7 @@ const std::string& namespaceProblem() {
                                                               : r.output);
       }
       runCommand("ip netns del " + name);
+      removeOrphans();
       return std::string();
    }();
    return problem;
