@@ -58,8 +58,10 @@ class BuiltinsPlugin : public Velt::NhrPluginBase {
           Velt::forwardFecTypeResolverFactory(ctx.resolver().get(), ctx.intfSuitabilityHelper()));
       r->fecTypeResolverIs(Velt::dropFecTypeResolverFactory());
       r->fecTypeResolverIs(Velt::receiveFecTypeResolverFactory());
+      r->fecTypeResolverIs(Velt::receiveBcastFecTypeResolverFactory());
       r->fecTypeResolverIs(Velt::kernelFecTypeResolverFactory());
       r->fecIdResolverIs(Velt::fibV4AdjFecIdResolverFactory());
+      r->fecIdResolverIs(Velt::fibV6AdjFecIdResolverFactory());
       r->fecIdResolverIs(Velt::fibGenAdjFecIdResolverFactory());
    }
 

@@ -236,6 +236,19 @@ TEST_F(CallerApiEndToEnd, ResolvesThroughPluginsLoadedFromTheDefaultFolder) {
    EXPECT_EQ(nexthop->vrf(), "red");
 }
 
+// Every FEC type and adjacency type the library serves is wired in: a state imported from
+// a host holds broadcast addresses (receiveBcast) and IPv6 adjacencies.
+TEST_F(CallerApiEndToEnd, BuiltinsWireEveryTerminalAndAdjacencyResolver) {
+   const auto& resolvers = *root->resolvers();
+   for (std::uint8_t type : {0, 1, 2, 4, 6}) {
+      EXPECT_NE(resolvers.fecTypeResolver(type), nullptr) << "FEC type " << int(type);
+   }
+   using Quarn::Fib::AdjType;
+   for (AdjType adj : {AdjType::fibV4Adj, AdjType::fibV6Adj, AdjType::fibGenAdj}) {
+      EXPECT_NE(resolvers.fecIdResolver(adj), nullptr) << "adjacency type " << int(adj);
+   }
+}
+
 TEST_F(CallerApiEndToEnd, WeightedViaFollowsThePacketsFlow) {
    std::map<std::string, int> perIntf;
    for (unsigned port = 1000; port < 1064; ++port) {

@@ -257,6 +257,9 @@ std::vector<BadFile> badFiles() {
         "          - {interface: Ethernet1, weigth: 2}\n", 6, 36,
         {"unknown key 'weigth' in a via", "allowed: interface, hop, weight, fecId"}},
        {"missing key", "vrfs:\n  - {name: red}\n", 2, 5, {"missing key 'id' in a VRF"}},
+       {"empty linux name",
+        "interfaces:\n  - {name: Ethernet1, linuxName: \"\"}\n", 2, 34,
+        {"a linuxName cannot be empty"}},
        {"key twice",
         "vrfs:\n  - {name: red, id: 1, id: 2}\n", 2, 24,
         {"duplicate key 'id' in a VRF (first at 2:17)"}},
@@ -511,8 +514,8 @@ TEST(StateFileWrite, UnusualValuesRoundTrip) {
    }
    s.vrfs.push_back(VrfEntry{"default", Vrf::VrfIdMap::VrfId(0), true, false, {}});
    s.interfaces.push_back(
-       IntfEntry{intf("Port-Channel4"), "my vrf", OperStatus::down, {}});
-   s.interfaces.push_back(IntfEntry{intf("Ethernet3/1"), "null", OperStatus::up, {}});
+       IntfEntry{intf("Port-Channel4"), "my vrf", OperStatus::down, "veth-a:b", {}});
+   s.interfaces.push_back(IntfEntry{intf("Ethernet3/1"), "null", OperStatus::up, "", {}});
    s.neighbours.push_back(NeighbourEntry{
        "my vrf", intf("Port-Channel4"), ip("2001:db8::2"), mac("0a:bb:cc:dd:ee:ff"), {}});
    TableEntry t;

@@ -1,6 +1,7 @@
 #include "Decision.h"
 
 #include "NodeJson.h"
+#include "Quarn/Fec.h"
 #include "VeltLib/RoutingRewriteInfoTypes.h"
 
 #include <fmt/format.h>
@@ -49,16 +50,39 @@ Decision decisionOf(const RoutingNexthop& nh, std::string target, std::string vr
    return d;
 }
 
+void addFirstLookup(Decision& d, const Quarn::FibGen::ForwardingStatus* table,
+                    const Lumo::IpGenAddr& dst) {
+   if (!table || dst == Lumo::IpGenAddr()) return;
+   std::optional<Quarn::FibGen::RouteMatch> match;
+   try {
+      match = table->routeLookup(dst);
+   } catch (const std::exception&) {
+      return; // a damaged table: the resolution itself reports it
+   }
+   if (!match) return;
+   d.lookupRoute = fmt::format("{}", match->prefix);
+   d.lookupFec = fmt::format("{}", match->fecId);
+   const std::uint8_t type = table->fec(match->fecId).fecType();
+   const std::string_view name = Quarn::FibGen::FecType::name(type);
+   d.lookupFecType = name.empty() ? std::to_string(type) : std::string(name);
+}
+
 std::string decisionText(const Decision& d) {
    std::string out = fmt::format("{} in {}: {}", d.target, d.vrf, kindName(d.kind));
    if (d.kind == DecisionKind::forwarded) {
-      out += fmt::format(" via {} to {}", d.outputIntf, d.dstMac);
+      out += fmt::format(" via {}", d.outputIntf);
+      if (!d.outputLinuxName.empty()) out += fmt::format(" ({})", d.outputLinuxName);
+      out += fmt::format(" to {}", d.dstMac);
    }
    if (d.kind == DecisionKind::trapped) {
       out += d.kernelHandlesPacket ? " (kernel handles it)" : " (kernel does not handle it)";
    }
    out += "\n";
    if (!d.endVrf.empty() && d.endVrf != d.vrf) out += fmt::format("  ended in vrf {}\n", d.endVrf);
+   if (!d.lookupRoute.empty()) {
+      out += fmt::format("  matched {} (fec {}, {})\n", d.lookupRoute, d.lookupFec,
+                         d.lookupFecType);
+   }
    if (!d.route.empty()) out += fmt::format("  route {}\n", d.route);
    if (!d.fec.empty()) out += fmt::format("  fec {}\n", d.fec);
    if (d.dstIp != Lumo::IpGenAddr()) out += fmt::format("  next hop {}\n", d.dstIp);
@@ -76,11 +100,17 @@ nlohmann::json decisionJson(const Decision& d) {
    j["decision"] = kindName(d.kind);
    j["endVrf"] = d.endVrf.empty() ? d.vrf : d.endVrf;
    j["outputInterface"] = d.outputIntf.isValid() ? fmt::format("{}", d.outputIntf) : "";
+   if (!d.outputLinuxName.empty()) j["outputLinuxName"] = d.outputLinuxName;
    j["dstMac"] = fmt::format("{}", d.dstMac);
    j["nextHop"] = d.dstIp != Lumo::IpGenAddr() ? fmt::format("{}", d.dstIp) : "";
    j["route"] = d.route;
    j["fec"] = d.fec;
    j["kernelHandlesPacket"] = d.kernelHandlesPacket;
+   j["lookup"] = d.lookupRoute.empty()
+                     ? nlohmann::json(nullptr)
+                     : nlohmann::json{{"route", d.lookupRoute},
+                                      {"fec", d.lookupFec},
+                                      {"fecType", d.lookupFecType}};
    j["rewrites"] = d.rewrites;
    nlohmann::json counts = nlohmann::json::array();
    for (const auto& c : d.counts) {

@@ -1,7 +1,10 @@
 #include "Commands.h"
-
 #include "Shm/SharedTables.h"
+#include "kernel/ImportState.h"
+#include "kernel/ReadKernel.h"
 #include "velt/state/SharedState.h"
+
+#include <stdexcept>
 
 namespace Velt::Tool {
 
@@ -13,14 +16,26 @@ std::string readerDirOf(const GlobalOptions& options) {
    return options.shm ? tableDirOf(options) : std::string();
 }
 
+VeltState::State importFromKernel(const GlobalOptions& options) {
+   VeltLinux::ImportOptions import;
+   for (const std::string& text : options.vrfTables) {
+      import.tableVrfs.push_back(VeltLinux::parseTableVrf(text));
+   }
+   return VeltLinux::importState(VeltLinux::readKernelState(), import);
+}
+
 VeltState::State loadState(const GlobalOptions& options) {
    if (options.shm) {
-      if (!options.stateFile.empty()) {
+      if (!options.stateFile.empty() || options.fromKernel) {
          throw std::invalid_argument(
-             "--state and --shm both name the state: the tables in shared memory come with "
-             "the layout their writer left");
+             "--shm names the state on its own: the tables in shared memory come with the "
+             "layout their writer left, so --state and --linux do not go with it");
       }
       return VeltState::loadLayout(tableDirOf(options));
+   }
+   if (options.fromKernel) return importFromKernel(options);
+   if (!options.vrfTables.empty()) {
+      throw std::invalid_argument("--vrf-table names tables of the kernel: it needs --linux");
    }
    if (options.stateFile.empty()) {
       return VeltState::parseState(embeddedStateText(), "<embedded leaf.yaml>");

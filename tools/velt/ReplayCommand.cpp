@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <unistd.h>
 
@@ -34,6 +35,11 @@ void run(const GlobalOptions& global, const ReplayOptions& o) {
    auto pkt = Pelin::make<Lumo::Pkt>();
    const auto& parser = *agent.parserRoot()->parser();
    ReplaySummary summary;
+   std::map<Lumo::IntfId, std::string> linuxNames;
+   for (const auto& i : agent.state().interfaces) {
+      if (!i.linuxName.empty()) linuxNames.emplace(i.intf, i.linuxName);
+   }
+   summary.linuxNamesAre(std::move(linuxNames));
    const auto start = std::chrono::steady_clock::now();
    while (auto packet = reader.next()) {
       Lumo::ParsedPkt parsed = parser.parse(packet->data(), packet->size());

@@ -25,11 +25,20 @@ std::string bar(double share, int width) {
 
 } // namespace
 
+std::string ReplaySummary::outputText(const RoutingNexthop& nh) const {
+   if (!linuxNames_.empty()) {
+      if (auto it = linuxNames_.find(nh.outputIntf()); it != linuxNames_.end()) {
+         return fmt::format("{} ({}) {}", nh.outputIntf(), it->second, nh.dstMac());
+      }
+   }
+   return fmt::format("{} {}", nh.outputIntf(), nh.dstMac());
+}
+
 void ReplaySummary::add(const RoutingNexthop& nh) {
    ++packets_;
    const char* kind = kindOf(nh);
    ++byKind_[kind];
-   if (kind[0] == 'f') ++byOutput_[fmt::format("{} {}", nh.outputIntf(), nh.dstMac())];
+   if (kind[0] == 'f') ++byOutput_[outputText(nh)];
    const Quarn::FibGen::Fec& fec = nh.fec();
    if (fec.viaCount() < 2) return;
    std::string id = fmt::format("{}", fec.fecId());

@@ -22,6 +22,8 @@ struct ViaSplit {
 
 class ReplaySummary {
  public:
+   // Output interfaces are then shown with these names beside them ("Ethernet4 (eth0)").
+   void linuxNamesAre(std::map<Lumo::IntfId, std::string> names) { linuxNames_ = std::move(names); }
    // Tallies one resolved packet.
    void add(const RoutingNexthop& nexthop);
    void skipped() { ++skipped_; }
@@ -38,6 +40,9 @@ class ReplaySummary {
    nlohmann::json json() const;
 
  private:
+   std::string outputText(const RoutingNexthop& nh) const;
+
+   std::map<Lumo::IntfId, std::string> linuxNames_;
    std::uint64_t packets_ = 0;
    std::uint64_t skipped_ = 0;
    std::map<std::string, std::uint64_t> byKind_;

@@ -75,6 +75,12 @@ void run(const GlobalOptions& global, const ResolveOptions& o) {
       auto nh = target.nexthop(config);
       agent.resolve(nh, o.vrf, hash, counters);
       Decision d = decisionOf(*nh, target.text, o.vrf, counters->all());
+      if (target.kind == Target::Kind::dstIp) {
+         addFirstLookup(d, agent.tables().forwardingOf(o.vrf).get(), target.ip);
+      }
+      if (const auto* intf = agent.state().interface(d.outputIntf)) {
+         d.outputLinuxName = intf->linuxName;
+      }
       if (o.json) {
          all.push_back(decisionJson(d));
       } else {

@@ -1,5 +1,5 @@
 // velt: resolve, replay and benchmark next hops from the command line, on a switch state
-// read from a YAML file (or the embedded example leaf switch).
+// read from a YAML file, imported from the Linux host (or the embedded example leaf switch).
 #include "Commands.h"
 #include "velt/state/State.h"
 
@@ -9,9 +9,17 @@ int main(int argc, char** argv) {
    CLI::App app{"velt: next-hop resolution on a switch state from a file"};
    app.require_subcommand(1);
    Velt::Tool::GlobalOptions options;
-   app.add_option("--state", options.stateFile,
-                  "YAML state file (default: the embedded example leaf switch)")
-       ->check(CLI::ExistingFile);
+   auto* state = app.add_option("--state", options.stateFile,
+                                "YAML state file (default: the embedded example leaf switch)")
+                     ->check(CLI::ExistingFile);
+   app.add_flag("--linux", options.fromKernel,
+                "work on the current Linux network namespace, read over netlink (see "
+                "`velt import --help` for the interface names)")
+       ->excludes(state);
+   app.add_option("--vrf-table", options.vrfTables,
+                  "with --linux: routing table TABLE is VRF NAME, its interfaces those that "
+                  "iif/oif rules send to it or the ones listed: NAME=TABLE[:IFACE,IFACE]")
+       ->type_name("NAME=TABLE[:IFACES]");
    app.add_flag("--shm", options.shm,
                 "read the forwarding and neighbour tables from shared memory, as `velt write` "
                 "left them");
@@ -25,6 +33,7 @@ int main(int argc, char** argv) {
    Velt::Tool::addShowCommand(app, options);
    Velt::Tool::addRinglogCommand(app);
    Velt::Tool::addWriteCommand(app, options);
+   Velt::Tool::addImportCommand(app, options);
    try {
       app.parse(argc, argv);
    } catch (const CLI::CallForHelp& e) {

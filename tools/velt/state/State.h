@@ -49,6 +49,7 @@ struct IntfEntry {
    Lumo::IntfId intf;
    std::string vrf{defaultVrfName};
    OperStatus operStatus = OperStatus::up;
+   std::string linuxName; // the Linux interface it was imported from; empty when not
    Position pos;
    friend bool operator==(const IntfEntry&, const IntfEntry&) = default;
 };

@@ -362,7 +362,7 @@ void Parser::parseVrfs(const YAML::Node& list) {
 
 void Parser::parseInterfaces(const YAML::Node& list) {
    for (const YAML::Node& item : sequence(list, "interfaces")) {
-      Fields f(*this, item, "an interface", {"name", "vrf", "operStatus"});
+      Fields f(*this, item, "an interface", {"name", "vrf", "operStatus", "linuxName"});
       IntfEntry e;
       e.pos = positionOf(item);
       YAML::Node nameNode = f.required("name");
@@ -376,6 +376,10 @@ void Parser::parseInterfaces(const YAML::Node& list) {
             e.operStatus = OperStatus::down;
          else
             fail(*n, fmt::format("bad operStatus '{}': expected up or down", s));
+      }
+      if (auto n = f["linuxName"]) {
+         e.linuxName = scalar(*n, "linuxName");
+         if (e.linuxName.empty()) fail(*n, "a linuxName cannot be empty");
       }
       if (auto it = intfs_.find(e.intf.value()); it != intfs_.end()) {
          fail(nameNode, fmt::format("duplicate interface {} (first at {})", e.intf,

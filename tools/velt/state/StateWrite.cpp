@@ -112,9 +112,11 @@ std::string writeStateFile(const State& state) {
    if (!state.interfaces.empty()) {
       out += "interfaces:\n";
       for (const IntfEntry& i : state.interfaces) {
-         out += fmt::format("  - {{name: {}, vrf: {}, operStatus: {}}}\n",
+         std::string linuxField =
+             i.linuxName.empty() ? "" : fmt::format(", linuxName: {}", quoted(i.linuxName));
+         out += fmt::format("  - {{name: {}, vrf: {}, operStatus: {}{}}}\n",
                             Kor::toText(i.intf), quoted(i.vrf),
-                            i.operStatus == OperStatus::up ? "up" : "down");
+                            i.operStatus == OperStatus::up ? "up" : "down", linuxField);
       }
    }
    if (!state.neighbours.empty()) {
