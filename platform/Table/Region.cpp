@@ -45,7 +45,7 @@ void expectEqual(const std::string& name, const char* field, Word found, Word ex
 
 // Size fields are bounded by the file before offsets are derived from them: a damaged
 // capacity or pool size would otherwise overflow that arithmetic (std::bit_ceil beyond 2^63
-// is undefined) and could even wrap around to offsets that pass the checks.
+// is undefined) and be refused, if at all, under the name of a derived field.
 void expectFits(const std::string& name, const char* field, Word found, Word most,
                 std::size_t fileBytes) {
    if (found > most) {

@@ -89,8 +89,9 @@ const Damage kDamages[] = {
      }},
     {"capacity far beyond the file", ".arp",
      [](const std::string& f, const std::string&) {
-        writeAt<Table::Word>(f, offsetof(RegionHeader, capacity), Table::Word(1) << 62);
-        return std::string("capacity 4611686018427387904 does not fit in");
+        // Its slot count would be 2^64.
+        writeAt<Table::Word>(f, offsetof(RegionHeader, capacity), Table::Word(7) << 60);
+        return std::string("capacity 8070450532247928832 does not fit in");
      }},
     {"pool bytes far beyond the file", ".fecs",
      [](const std::string& f, const std::string&) {
