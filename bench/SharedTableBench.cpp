@@ -1,8 +1,9 @@
-// Reader cost of the shared-memory tables at 1,000,000 entries: a FEC copy (what resolution
-// does per packet) and a neighbour find, from files mapped read-only, idle and while a
-// writer process changes 100,000 FECs and 100,000 neighbour entries a second, against the
-// same in-process tables. Reports ns per find as the median and 99th percentile of 16-find
-// batches, and the writer's achieved changes per second on each table.
+// Reader cost of the shared-memory tables at 1,000,000 entries: a FEC copy (what
+// resolution does per packet) and a neighbour find, from files mapped read-only, idle and
+// while a writer process changes 100,000 FECs and 100,000 neighbour entries a second,
+// against the same in-process tables. Reports ns per find as the median and 99th
+// percentile of 16-find batches, and the writer's achieved changes per second on each
+// table.
 #include "Arp/ArpTable.h"
 #include "Quarn/ForwardingStatus.h"
 #include "VeltLib/ResolverVrfRoot.h"
@@ -25,12 +26,12 @@
 
 namespace {
 
+using Arp::Table::ArpKey;
+using Arp::Table::Status;
 using Quarn::Fib::FecId;
 using Quarn::FibGen::Fec;
 using Quarn::FibGen::ForwardingStatus;
 using Quarn::FibGen::Via;
-using Arp::Table::ArpKey;
-using Arp::Table::Status;
 
 constexpr std::uint32_t kEntries = 1'000'000;
 constexpr std::uint32_t kBatch = 16;
@@ -38,10 +39,13 @@ constexpr double kChangesPerSecond = 100'000; // on each table
 
 // ---- the tables ----
 
-FecId fecIdOf(std::uint32_t i) { return FecId(Quarn::Fib::AdjType::fibGenAdj, i + 1); }
+FecId fecIdOf(std::uint32_t i) {
+   return FecId(Quarn::Fib::AdjType::fibGenAdj, i + 1);
+}
 
 ArpKey neighborKeyOf(std::uint32_t i) {
-   const std::uint8_t ip[4] = {10, std::uint8_t(i >> 16), std::uint8_t(i >> 8), std::uint8_t(i)};
+   const std::uint8_t ip[4] = {10, std::uint8_t(i >> 16), std::uint8_t(i >> 8),
+                               std::uint8_t(i)};
    return {Lumo::IntfId::fromValue(0x02000000u + i % 64 + 1), Vrf::VrfIdMap::VrfId(1),
            Lumo::IpGenAddr(Lumo::AddressFamily::ipv4_, ip)};
 }
@@ -58,8 +62,12 @@ Fec fecOf(std::uint32_t i, std::uint32_t version) {
 }
 
 Arp::Table::ArpEntry entryOf(std::uint32_t i, std::uint32_t version) {
-   const std::uint8_t mac[6] = {2, 0, std::uint8_t(version), std::uint8_t(i >> 16),
-                                std::uint8_t(i >> 8), std::uint8_t(i)};
+   const std::uint8_t mac[6] = {2,
+                                0,
+                                std::uint8_t(version),
+                                std::uint8_t(i >> 16),
+                                std::uint8_t(i >> 8),
+                                std::uint8_t(i)};
    return {neighborKeyOf(i), Lumo::EthAddr(mac)};
 }
 
@@ -126,8 +134,8 @@ Tables& tables() {
 class Writer {
  public:
    Writer() {
-      void* p = ::mmap(nullptr, sizeof(std::atomic<std::uint64_t>), PROT_READ | PROT_WRITE,
-                       MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+      void* p = ::mmap(nullptr, sizeof(std::atomic<std::uint64_t>),
+                       PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
       if (p == MAP_FAILED) std::abort();
       changes_ = new (p) std::atomic<std::uint64_t>(0);
       pid_ = ::fork();
@@ -150,7 +158,9 @@ class Writer {
       auto fec = std::make_unique<Fec>();
       const auto start = std::chrono::steady_clock::now();
       for (std::uint32_t version = 2;; ++version) {
-         double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+         double elapsed =
+             std::chrono::duration<double>(std::chrono::steady_clock::now() - start)
+                 .count();
          auto due = static_cast<std::uint64_t>(elapsed * kChangesPerSecond);
          std::uint64_t done = changes_->load(std::memory_order_relaxed);
          if (done >= due) {
@@ -175,7 +185,8 @@ class Writer {
 std::vector<std::uint32_t> randomKeys() {
    std::mt19937 rng(1);
    std::vector<std::uint32_t> keys(1 << 16);
-   for (auto& k : keys) k = rng() % kEntries;
+   for (auto& k : keys)
+      k = rng() % kEntries;
    return keys;
 }
 
@@ -193,15 +204,20 @@ void measure(benchmark::State& state, Find&& find, bool busy) {
    const auto start = std::chrono::steady_clock::now();
    for (auto _ : state) {
       auto t0 = std::chrono::steady_clock::now();
-      for (std::uint32_t b = 0; b < kBatch; ++b) find(keys[next++ & 0xffff]);
+      for (std::uint32_t b = 0; b < kBatch; ++b)
+         find(keys[next++ & 0xffff]);
       auto t1 = std::chrono::steady_clock::now();
-      perFind.push_back(std::chrono::duration<double, std::nano>(t1 - t0).count() / kBatch);
+      perFind.push_back(std::chrono::duration<double, std::nano>(t1 - t0).count() /
+                        kBatch);
    }
-   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+   const double seconds =
+       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
    std::sort(perFind.begin(), perFind.end());
    state.counters["p50_ns"] = perFind[perFind.size() / 2];
    state.counters["p99_ns"] = perFind[perFind.size() * 99 / 100];
-   if (writer) state.counters["writer_changes_per_s"] = double(writer->changes() - changesBefore) / seconds;
+   if (writer)
+      state.counters["writer_changes_per_s"] =
+          double(writer->changes() - changesBefore) / seconds;
    state.SetItemsProcessed(std::int64_t(state.iterations()) * kBatch);
 }
 
@@ -211,20 +227,27 @@ void BM_GenFecInto(benchmark::State& state, Source source) {
    const auto& fwd = source == anonymous ? tables().anonFwd : tables().sharedFwd;
    auto root = Velt::resolverVrfRootFactory("default", Vrf::VrfIdMap::VrfId(1), fwd);
    auto out = std::make_unique<Fec>();
-   measure(state, [&](std::uint32_t i) {
-      root->genFecInto(fecIdOf(i), *out);
-      benchmark::DoNotOptimize(out->viaCount());
-   }, source == sharedBusy);
+   measure(
+       state,
+       [&](std::uint32_t i) {
+          root->genFecInto(fecIdOf(i), *out);
+          benchmark::DoNotOptimize(out->viaCount());
+       },
+       source == sharedBusy);
    if (fwd->corruptionCount()) state.SkipWithError("corruption reported");
 }
 
 void BM_NeighborFind(benchmark::State& state, Source source) {
-   const auto& neighbors = source == anonymous ? tables().anonNeighbors : tables().sharedNeighbors;
+   const auto& neighbors =
+       source == anonymous ? tables().anonNeighbors : tables().sharedNeighbors;
    const Arp::Table::ArpEntryMap& map = neighbors->arpMap();
-   measure(state, [&](std::uint32_t i) {
-      auto entry = map.find(neighborKeyOf(i));
-      benchmark::DoNotOptimize(entry);
-   }, source == sharedBusy);
+   measure(
+       state,
+       [&](std::uint32_t i) {
+          auto entry = map.find(neighborKeyOf(i));
+          benchmark::DoNotOptimize(entry);
+       },
+       source == sharedBusy);
 }
 
 BENCHMARK_CAPTURE(BM_GenFecInto, anonymous, anonymous)->MinTime(2.0);

@@ -44,14 +44,13 @@ void expectEqual(const std::string& name, const char* field, Word found, Word ex
 }
 
 // Size fields are bounded by the file before offsets are derived from them: a damaged
-// capacity or pool size would otherwise overflow that arithmetic (std::bit_ceil beyond 2^63
-// is undefined) and be refused, if at all, under the name of a derived field.
+// capacity or pool size would otherwise overflow that arithmetic (std::bit_ceil beyond
+// 2^63 is undefined) and be refused, if at all, under the name of a derived field.
 void expectFits(const std::string& name, const char* field, Word found, Word most,
                 std::size_t fileBytes) {
-   if (found > most) {
-      throw Pelin::Exception(fmt::format("table file {}: {} {} does not fit in its {} bytes",
-                                         name, field, found, fileBytes));
-   }
+   if (found <= most) return;
+   throw Pelin::Exception(fmt::format("table file {}: {} {} does not fit in its {} bytes",
+                                      name, field, found, fileBytes));
 }
 
 } // namespace

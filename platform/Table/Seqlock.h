@@ -25,9 +25,9 @@ inline void storeWord(Word& w, Word v, std::memory_order order = std::memory_ord
    std::atomic_ref<Word>(w).store(v, order);
 }
 
-// The generation protocol orders its accesses with acquire loads and release stores of the
-// record words themselves, not with fences: ThreadSanitizer does not model fences, and on
-// x86-64 both compile to the same plain moves.
+// The generation protocol orders its accesses with acquire loads and release stores of
+// the record words themselves, not with fences: ThreadSanitizer does not model fences,
+// and on x86-64 both compile to the same plain moves.
 
 // Copies `bytes` out of shared words into private memory. Acquire loads: a copy that saw
 // any word stored after the generation went odd also sees the odd generation on the

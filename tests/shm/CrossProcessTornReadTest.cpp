@@ -1,5 +1,6 @@
-// A reader process maps the tables a writer process keeps rewriting: every record it copies
-// must be wholly one version, across FECs with pooled vias and both neighbour maps.
+// A reader process maps the tables a writer process keeps rewriting: every record it
+// copies must be wholly one version, across FECs with pooled vias and both neighbour
+// maps.
 #include "RecordReader.h"
 #include "ScratchDir.h"
 #include "WriterProcess.h"
@@ -13,8 +14,8 @@ namespace {
 using namespace ShmTest;
 
 constexpr std::uint64_t kReads = 1'000'000;
-// Versions the reader must see pass by: proof that the writer ran alongside it for a while,
-// which a loaded machine does not always grant.
+// Versions the reader must see pass by: proof that the writer ran alongside it for a
+// while, which a loaded machine does not always grant.
 constexpr std::uint64_t kChanges = 20'000;
 // The writer keeps to a few keys that the reader reads most, so that the two meet inside
 // records often.

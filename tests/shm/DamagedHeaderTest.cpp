@@ -124,16 +124,19 @@ bool isForwardingFile(const std::string& suffix) {
 // What attaching the files directly says.
 std::string attachMessage(const std::string& dir, const std::string& suffix) {
    if (isForwardingFile(suffix)) {
-      return messageOf([&] { ForwardingStatus::attachFiles("t", Shm::fileBase(dir, kFibPath)); });
+      return messageOf(
+          [&] { ForwardingStatus::attachFiles("t", Shm::fileBase(dir, kFibPath)); });
    }
-   return messageOf([&] { Arp::Table::Status::attachFiles("t", Shm::fileBase(dir, kArpPath)); });
+   return messageOf(
+       [&] { Arp::Table::Status::attachFiles("t", Shm::fileBase(dir, kArpPath)); });
 }
 
 // What mounting the table on a fresh shared-memory entity manager says.
 std::string mountMessage(const std::string& dir, const std::string& suffix) {
    auto shm = Pelin::make<Wexa::EntityManager>("shmtest", false, true);
    Shm::fileProvidersIs(*shm, dir);
-   const Wexa::MountInfo info = TableInfo().forwardingInfo(TableInfo::mountTypeSharedTable);
+   const Wexa::MountInfo info =
+       TableInfo().forwardingInfo(TableInfo::mountTypeSharedTable);
    return messageOf([&] {
       auto found = isForwardingFile(suffix)
                        ? shm->mount(kFibPath, TableInfo::forwardingStatusTypeName, info)
@@ -172,9 +175,11 @@ TEST_F(ShmDamagedHeader, RefusedAtAttachAndMountNamingFileAndField) {
       SCOPED_TRACE(damage.what);
       makeTables();
       const std::string file =
-          Shm::fileBase(dir_.path(), isForwardingFile(damage.suffix) ? kFibPath : kArpPath) +
+          Shm::fileBase(dir_.path(),
+                        isForwardingFile(damage.suffix) ? kFibPath : kArpPath) +
           damage.suffix;
-      const std::string said = "table file " + file + ": " + damage.apply(file, dir_.path());
+      const std::string said =
+          "table file " + file + ": " + damage.apply(file, dir_.path());
       EXPECT_THAT(attachMessage(dir_.path(), damage.suffix), testing::StartsWith(said));
       EXPECT_THAT(mountMessage(dir_.path(), damage.suffix), testing::StartsWith(said));
    }

@@ -53,7 +53,8 @@ std::vector<Mapping> mappingsOf(const std::string& file) {
 }
 
 bool diedOfAccessFault(int status) {
-   return WIFSIGNALED(status) && (WTERMSIG(status) == SIGSEGV || WTERMSIG(status) == SIGBUS);
+   return WIFSIGNALED(status) &&
+          (WTERMSIG(status) == SIGSEGV || WTERMSIG(status) == SIGBUS);
 }
 
 class ShmReadOnlyMapping : public testing::Test {
@@ -78,7 +79,8 @@ TEST_F(ShmReadOnlyMappingDeathTest, StoreIntoAReadersMappingFaults) {
    auto neighbors = Arp::Table::Status::attachFiles("reader", base_);
    for (const char* suffix : {".fecs", ".routes", ".arp", ".neighbor"}) {
       SCOPED_TRACE(suffix);
-      // The writer's mapping of the same file is shared and writable; the reader's is not.
+      // The writer's mapping of the same file is shared and writable; the reader's is
+      // not.
       auto maps = mappingsOf(base_ + suffix);
       ASSERT_EQ(maps.size(), 2u);
       std::sort(maps.begin(), maps.end(),
@@ -96,7 +98,8 @@ TEST_F(ShmReadOnlyMappingDeathTest, WriterCallsOnAReadersTablesAreProgrammingErr
    auto neighbors = Arp::Table::Status::attachFiles("reader", base_);
    EXPECT_DEATH(fwd->fecIs(versionedFec(fecIdOf(1), 1)), "writable\\(\\)");
    EXPECT_DEATH(fwd->fecDel(fecIdOf(0)), "writable\\(\\)");
-   EXPECT_DEATH(neighbors->entryIs(versionedEntry(neighborKeyOf(3), 1)), "writable\\(\\)");
+   EXPECT_DEATH(neighbors->entryIs(versionedEntry(neighborKeyOf(3), 1)),
+                "writable\\(\\)");
    EXPECT_DEATH(neighbors->entryDel(neighborKeyOf(1)), "writable\\(\\)");
 }
 
@@ -104,9 +107,10 @@ TEST(ShmCreatedFiles, AreOwnerOnlyWhateverTheUmaskAndLeaveNoTemporaries) {
    ScratchDir dir("modes");
    const mode_t old = ::umask(0);
    {
-      auto fwd = ForwardingStatus::createFiles("writer", dir.base("fib"), forwardingCapacity());
-      auto neighbors = Arp::Table::Status::createFiles("writer", dir.base("fib"),
-                                                        neighborCapacity());
+      auto fwd =
+          ForwardingStatus::createFiles("writer", dir.base("fib"), forwardingCapacity());
+      auto neighbors =
+          Arp::Table::Status::createFiles("writer", dir.base("fib"), neighborCapacity());
    }
    ::umask(old);
    std::set<std::string> names;
@@ -116,7 +120,8 @@ TEST(ShmCreatedFiles, AreOwnerOnlyWhateverTheUmaskAndLeaveNoTemporaries) {
       ASSERT_EQ(::stat(entry.path().c_str(), &st), 0);
       EXPECT_EQ(st.st_mode & 07777, 0600u) << entry.path();
    }
-   EXPECT_EQ(names, (std::set<std::string>{"fib.arp", "fib.fecs", "fib.neighbor", "fib.routes"}));
+   EXPECT_EQ(names, (std::set<std::string>{"fib.arp", "fib.fecs", "fib.neighbor",
+                                           "fib.routes"}));
 }
 
 } // namespace

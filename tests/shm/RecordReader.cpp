@@ -5,7 +5,8 @@ namespace ShmTest {
 
 RecordReader::RecordReader(const Quarn::FibGen::ForwardingStatus& fwd,
                            const Arp::Table::Status& neighbors)
-    : fwd_(fwd), neighbors_(neighbors), scratch_(std::make_unique<Quarn::FibGen::Fec>()) {}
+    : fwd_(fwd), neighbors_(neighbors), scratch_(std::make_unique<Quarn::FibGen::Fec>()) {
+}
 
 template <typename Read>
 void RecordReader::timed(Read&& read) {

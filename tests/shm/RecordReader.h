@@ -14,9 +14,9 @@ struct ReadTally {
    std::uint64_t reads = 0;
    std::uint64_t whole = 0;
    std::uint64_t absent = 0;
-   std::uint64_t absentStable = 0; // absent, though writers never erase the key
-   std::uint64_t torn = 0;      // found, but mixing versions
-   std::uint64_t corrupt = 0;   // CorruptionDetectedException
+   std::uint64_t absentStable = 0;   // absent, though writers never erase the key
+   std::uint64_t torn = 0;           // found, but mixing versions
+   std::uint64_t corrupt = 0;        // CorruptionDetectedException
    std::uint64_t versionChanges = 0; // a key seen at a version other than last time
    std::chrono::nanoseconds slowest{0};
    std::string lastCorruption;
@@ -26,7 +26,8 @@ struct ReadTally {
 // than a corruption report escapes to the test.
 class RecordReader {
  public:
-   RecordReader(const Quarn::FibGen::ForwardingStatus& fwd, const Arp::Table::Status& neighbors);
+   RecordReader(const Quarn::FibGen::ForwardingStatus& fwd,
+                const Arp::Table::Status& neighbors);
 
    void readFec(std::uint32_t key);
    void readNeighbor(std::uint32_t key);

@@ -1,6 +1,6 @@
 // One writer thread and one reader thread over the same table region: every record copied
-// is wholly one version. Built under ThreadSanitizer, which checks that each racing access
-// is atomic and ordered; also runs in the ordinary builds.
+// is wholly one version. Built under ThreadSanitizer, which checks that each racing
+// access is atomic and ordered; also runs in the ordinary builds.
 #include "Table/ListMap.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,8 @@ constexpr std::uint64_t kReads = 200'000;
 constexpr auto kPatience = std::chrono::seconds(20);
 
 std::uint64_t checkOf(std::uint64_t version, std::uint64_t index) {
-   std::uint64_t h = (version + 1) * 0x9e3779b97f4a7c15ull ^ index * 0xc4ceb9fe1a85ec53ull;
+   std::uint64_t h =
+       (version + 1) * 0x9e3779b97f4a7c15ull ^ index * 0xc4ceb9fe1a85ec53ull;
    return h ^ (h >> 29);
 }
 
@@ -48,7 +49,8 @@ std::uint32_t countOf(std::uint64_t version, std::size_t list) {
 void writeRecord(Records& records, std::uint32_t key, std::uint64_t version) {
    Item items[2][8];
    for (std::size_t l = 0; l < 2; ++l) {
-      for (std::uint32_t i = 0; i < countOf(version, l); ++i) items[l][i] = Item::of(version, l * 8 + i);
+      for (std::uint32_t i = 0; i < countOf(version, l); ++i)
+         items[l][i] = Item::of(version, l * 8 + i);
    }
    records.insert(key, {version, checkOf(version, key)},
                   {std::span<const Item>(items[0], countOf(version, 0)),
@@ -84,7 +86,8 @@ Tally race(Write&& write, Read&& read) {
    Tally t;
    std::uint64_t last[kKeys] = {};
    const auto until = std::chrono::steady_clock::now() + kPatience;
-   while ((t.reads < kReads || t.changes < 1000) && std::chrono::steady_clock::now() < until) {
+   while ((t.reads < kReads || t.changes < 1000) &&
+          std::chrono::steady_clock::now() < until) {
       for (std::uint32_t key = 0; key < kKeys; ++key, ++t.reads) {
          try {
             std::uint64_t version = read(key, t);
@@ -111,25 +114,28 @@ void expectNoTornReads(const Tally& t) {
 
 TEST(TableSeqlockThreads, ListMapReaderSeesWholeRecordsWithPooledItems) {
    Records records(64, Records::poolBytesFor(64 * 4, 8), {8, 2});
-   for (std::uint32_t key = 0; key < kKeys; ++key) writeRecord(records, key, 1);
-   Tally t = race([&](std::uint64_t version) { writeRecord(records, version * 5 % kKeys, version); },
-                  [&](std::uint32_t key, Tally& tally) -> std::uint64_t {
-                     Item items[2][8];
-                     std::uint32_t counts[2] = {};
-                     auto head = records.find(key, [&](std::size_t l, std::uint32_t n) {
-                        counts[l] = n;
-                        return items[l];
-                     });
-                     if (!head) return ++tally.missing, 0;
-                     if (!isWhole(key, *head, items, counts)) return ++tally.torn, 0;
-                     return head->version;
-                  });
+   for (std::uint32_t key = 0; key < kKeys; ++key)
+      writeRecord(records, key, 1);
+   Tally t = race(
+       [&](std::uint64_t version) { writeRecord(records, version * 5 % kKeys, version); },
+       [&](std::uint32_t key, Tally& tally) -> std::uint64_t {
+          Item items[2][8];
+          std::uint32_t counts[2] = {};
+          auto head = records.find(key, [&](std::size_t l, std::uint32_t n) {
+             counts[l] = n;
+             return items[l];
+          });
+          if (!head) return ++tally.missing, 0;
+          if (!isWhole(key, *head, items, counts)) return ++tally.torn, 0;
+          return head->version;
+       });
    expectNoTornReads(t);
 }
 
 TEST(TableSeqlockThreads, FlatMapReaderSeesWholeEntriesAmidErasures) {
    Entries entries(64);
-   for (std::uint32_t key = 0; key < kKeys; ++key) entries.insert(key, Item::of(1, key));
+   for (std::uint32_t key = 0; key < kKeys; ++key)
+      entries.insert(key, Item::of(1, key));
    Tally t = race(
        [&](std::uint64_t version) {
           auto key = std::uint32_t(version * 5 % kKeys);

@@ -10,14 +10,15 @@ using Quarn::FibGen::Via;
 namespace {
 
 std::uint64_t mix(std::uint64_t a, std::uint64_t b, std::uint64_t c) {
-   std::uint64_t h = (a * 0x9e3779b97f4a7c15ull) ^ (b + 0x632be59bd9b4e019ull) ^ (c << 17);
+   std::uint64_t h =
+       (a * 0x9e3779b97f4a7c15ull) ^ (b + 0x632be59bd9b4e019ull) ^ (c << 17);
    h ^= h >> 31;
    h *= 0xff51afd7ed558ccdull;
    return h ^ (h >> 29);
 }
 
-// Not derived from the FEC id, which is the record's key: writers reuse one FEC per version
-// for every key.
+// Not derived from the FEC id, which is the record's key: writers reuse one FEC per
+// version for every key.
 Via viaOf(std::uint32_t version, std::uint32_t index) {
    std::uint64_t m = mix(version, version >> 7, index);
    const std::uint8_t hop[4] = {10, std::uint8_t(m >> 8), std::uint8_t(m >> 16),
@@ -41,7 +42,9 @@ Arp::Table::Status::Capacity neighborCapacity() {
    return {.arpEntries = 256, .neighborEntries = 256};
 }
 
-FecId fecIdOf(std::uint32_t key) { return FecId(Quarn::Fib::AdjType::fibGenAdj, key + 1); }
+FecId fecIdOf(std::uint32_t key) {
+   return FecId(Quarn::Fib::AdjType::fibGenAdj, key + 1);
+}
 
 Arp::Table::ArpKey neighborKeyOf(std::uint32_t key) {
    std::uint8_t bytes[16] = {0x20, 0x01, 0x0d, 0xb8};
@@ -57,7 +60,8 @@ Fec versionedFec(FecId id, std::uint32_t version) {
    Fec fec(id);
    fec.backupViaIndexIs(version);
    fec.flagsIs(std::uint8_t(mix(version, 0, 0xff)));
-   for (std::uint32_t i = 0; i < 1 + version % 8; ++i) fec.viaAppend(viaOf(version, i));
+   for (std::uint32_t i = 0; i < 1 + version % 8; ++i)
+      fec.viaAppend(viaOf(version, i));
    for (std::uint32_t i = 0; i < version % 3; ++i) {
       fec.secondaryViaAppend(viaOf(version, 100 + i));
    }
@@ -71,7 +75,8 @@ std::optional<std::uint32_t> wholeVersionOf(const Fec& fec) {
    return version;
 }
 
-Arp::Table::ArpEntry versionedEntry(const Arp::Table::ArpKey& key, std::uint32_t version) {
+Arp::Table::ArpEntry versionedEntry(const Arp::Table::ArpKey& key,
+                                    std::uint32_t version) {
    std::uint16_t check = checkOf(key, version);
    const std::uint8_t mac[6] = {std::uint8_t(version),       std::uint8_t(version >> 8),
                                 std::uint8_t(version >> 16), std::uint8_t(version >> 24),
@@ -81,14 +86,16 @@ Arp::Table::ArpEntry versionedEntry(const Arp::Table::ArpKey& key, std::uint32_t
 
 std::optional<std::uint32_t> wholeVersionOf(const Arp::Table::ArpEntry& entry) {
    const std::uint8_t* mac = entry.ethAddr.bytes();
-   std::uint32_t version = mac[0] | mac[1] << 8 | mac[2] << 16 | std::uint32_t(mac[3]) << 24;
+   std::uint32_t version =
+       mac[0] | mac[1] << 8 | mac[2] << 16 | std::uint32_t(mac[3]) << 24;
    if (!(entry == versionedEntry(entry.key, version))) return std::nullopt;
    return version;
 }
 
 const Arp::Table::ArpEntryMap& mapOf(const Arp::Table::Status& status,
                                      const Arp::Table::ArpKey& key) {
-   return key.addr.af() == Lumo::AddressFamily::ipv4_ ? status.arpMap() : status.neighborMap();
+   return key.addr.af() == Lumo::AddressFamily::ipv4_ ? status.arpMap()
+                                                      : status.neighborMap();
 }
 
 } // namespace ShmTest

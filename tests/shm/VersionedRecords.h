@@ -23,8 +23,8 @@ Quarn::Fib::FecId fecIdOf(std::uint32_t key);
 // Even keys are IPv4 (the ARP map), odd ones IPv6 (the neighbour map).
 Arp::Table::ArpKey neighborKeyOf(std::uint32_t key);
 
-// 1 to 8 vias (inline and pooled) and 0 to 2 secondary vias, each via's interface, weight,
-// hop and checksum (its tunnel id) derived from the version.
+// 1 to 8 vias (inline and pooled) and 0 to 2 secondary vias, each via's interface,
+// weight, hop and checksum (its tunnel id) derived from the version.
 Quarn::FibGen::Fec versionedFec(Quarn::Fib::FecId id, std::uint32_t version);
 // The version `fec` was wholly written in, or nothing when its fields mix versions.
 std::optional<std::uint32_t> wholeVersionOf(const Quarn::FibGen::Fec& fec);

@@ -116,9 +116,8 @@ TEST(ShmWriterKill, FecLeftHalfWrittenResolvesToTheEmptyFecAndIsCounted) {
    auto root = rootOver(fwd);
    EXPECT_TRUE(root->genFec(fecIdOf(0)).isEmpty());
    EXPECT_EQ(fwd->corruptionCount(), 1u);
-   EXPECT_THAT(fwd->lastCorruption(),
-               testing::AllOf(testing::HasSubstr(base + ".fecs"),
-                              testing::HasSubstr("stays odd")));
+   EXPECT_THAT(fwd->lastCorruption(), testing::AllOf(testing::HasSubstr(base + ".fecs"),
+                                                     testing::HasSubstr("stays odd")));
    EXPECT_EQ(wholeVersionOf(root->genFec(fecIdOf(1))), 1u);
    Quarn::FibGen::Fec out;
    root->genFecInto(fecIdOf(0), out);

@@ -57,7 +57,8 @@ void toggle(ForwardingStatus& fwd, Arp::Table::Status& neighbors, std::uint32_t 
       fec.fecIdIs(fecIdOf(key));
       fwd.fecIs(fec);
       neighbors.entryIs(versionedEntry(neighborKeyOf(key), version));
-      if (round % 4 == 0) toggle(fwd, neighbors, kStableKeys + rng() % kChurnKeys, version);
+      if (round % 4 == 0)
+         toggle(fwd, neighbors, kStableKeys + rng() % kChurnKeys, version);
    }
 }
 
@@ -71,7 +72,8 @@ void toggle(ForwardingStatus& fwd, Arp::Table::Status& neighbors, std::uint32_t 
       fwd->debugCorruptFec(fecIdOf(0));
       neighbors->arpMap().debugCorrupt(neighborKeyOf(0)); // key 0 is IPv4
       signalReady(readyFd);
-      for (;;) ::pause();
+      for (;;)
+         ::pause();
    }
    if (plan == WriterPlan::readyWhenFilled) signalReady(readyFd);
    rewriteForever(*fwd, *neighbors, seed, hotKeys);

@@ -1,5 +1,6 @@
-// A forked writer process over fresh table files: it creates them (replacing older ones by
-// rename), tells the test when it is ready, then rewrites versioned records until killed.
+// A forked writer process over fresh table files: it creates them (replacing older ones
+// by rename), tells the test when it is ready, then rewrites versioned records until
+// killed.
 #pragma once
 #include "VersionedRecords.h"
 
@@ -12,8 +13,8 @@
 namespace ShmTest {
 
 enum class WriterPlan {
-   readyWhenCreated,  // ready before filling: a kill may land while filling
-   readyWhenFilled,   // ready once every stable key is present
+   readyWhenCreated,    // ready before filling: a kill may land while filling
+   readyWhenFilled,     // ready once every stable key is present
    stuckRecordThenWait, // fills, leaves FEC 0 and neighbour 0 half-written, then waits
 };
 
