@@ -20,8 +20,9 @@ constexpr std::uint64_t kChanges = 20'000;
 // The writer keeps to a few keys that the reader reads most, so that the two meet inside
 // records often.
 constexpr std::uint32_t kHotKeys = 4;
-// A bound for a loaded machine or a sanitizer build, not a speed requirement.
-constexpr auto kPatience = std::chrono::seconds(20);
+// A bound for a loaded machine, not a speed requirement: 1M reads take under a second in
+// an optimised build and about ten in the Debug build under AddressSanitizer.
+constexpr auto kPatience = std::chrono::seconds(60);
 
 TEST(ShmCrossProcess, ReaderSeesOnlyWholeRecordsWhileWriterRewrites) {
    ScratchDir dir("tornread");

@@ -32,6 +32,16 @@ std::uint16_t checkOf(const Arp::Table::ArpKey& key, std::uint32_t version) {
    return static_cast<std::uint16_t>(mix(::Table::hashKey(key), version, 7));
 }
 
+std::uint8_t flagsOf(std::uint32_t version) {
+   return std::uint8_t(mix(version, 0, 0xff));
+}
+std::uint32_t viaCountOf(std::uint32_t version) {
+   return 1 + version % 8;
+}
+std::uint32_t secondaryViaCountOf(std::uint32_t version) {
+   return version % 3;
+}
+
 } // namespace
 
 Quarn::FibGen::ForwardingStatus::Capacity forwardingCapacity() {
@@ -59,19 +69,30 @@ Arp::Table::ArpKey neighborKeyOf(std::uint32_t key) {
 Fec versionedFec(FecId id, std::uint32_t version) {
    Fec fec(id);
    fec.backupViaIndexIs(version);
-   fec.flagsIs(std::uint8_t(mix(version, 0, 0xff)));
-   for (std::uint32_t i = 0; i < 1 + version % 8; ++i)
+   fec.flagsIs(flagsOf(version));
+   for (std::uint32_t i = 0; i < viaCountOf(version); ++i) {
       fec.viaAppend(viaOf(version, i));
-   for (std::uint32_t i = 0; i < version % 3; ++i) {
+   }
+   for (std::uint32_t i = 0; i < secondaryViaCountOf(version); ++i) {
       fec.secondaryViaAppend(viaOf(version, 100 + i));
    }
    return fec;
 }
 
+// Field by field rather than against a whole versionedFec(): readers check every copy,
+// and a FEC is large.
 std::optional<std::uint32_t> wholeVersionOf(const Fec& fec) {
-   std::uint32_t version = fec.backupViaIndex();
-   if (fec.viaCount() > 8 || fec.secondaryViaCount() > 2) return std::nullopt;
-   if (!(fec == versionedFec(fec.fecId(), version))) return std::nullopt;
+   const std::uint32_t version = fec.backupViaIndex();
+   bool whole = fec.flags() == flagsOf(version) && fec.fecType() == 0 &&
+                !fec.loopbackOnly() && fec.viaCount() == viaCountOf(version) &&
+                fec.secondaryViaCount() == secondaryViaCountOf(version);
+   for (std::uint32_t i = 0; whole && i < fec.viaCount(); ++i) {
+      whole = fec.vias()[i] == viaOf(version, i);
+   }
+   for (std::uint32_t i = 0; whole && i < fec.secondaryViaCount(); ++i) {
+      whole = fec.secondaryVias()[i] == viaOf(version, 100 + i);
+   }
+   if (!whole) return std::nullopt;
    return version;
 }
 
