@@ -55,7 +55,7 @@ ExtentRef ExtentPool::write(const void* items, std::uint32_t count, std::size_t 
    }
    Word offset = allocate(cls);
    Word* e = at(offset);
-   storeWord(e[1], count);
+   storeWord(e[1], count, std::memory_order_release); // inside the odd generation
    copyIn(e + 2, items, bytes);
    endWrite(e[0]); // odd (free) to even (live), publishing the items
    return {offset, count, static_cast<std::uint32_t>(loadWord(e[0]))};
@@ -66,7 +66,7 @@ void ExtentPool::release(const ExtentRef& ref) {
    Word* e = at(ref.offset);
    beginWrite(e[0]);
    unsigned cls = static_cast<unsigned>(loadWord(e[0]) >> 32);
-   storeWord(e[1], loadWord(header_->freeHeads[cls]));
+   storeWord(e[1], loadWord(header_->freeHeads[cls]), std::memory_order_release);
    storeWord(header_->freeHeads[cls], ref.offset);
 }
 
@@ -95,9 +95,11 @@ const char* ExtentPool::read(const ExtentRef& ref, void* dst, std::size_t itemSi
    if ((before >> 32) >= kSizeClasses || bytes > classBytes(unsigned(before >> 32))) {
       return "extent size class too small for its list";
    }
-   if (loadWord(e[1]) != ref.count) return "extent count differs from its record";
+   // Acquire loads throughout, so that the re-check of the generation comes after them.
+   if (loadWord(e[1], std::memory_order_acquire) != ref.count) {
+      return "extent count differs from its record";
+   }
    copyOut(e + 2, dst, bytes);
-   std::atomic_thread_fence(std::memory_order_acquire);
    if (loadWord(e[0]) != before) return "extent generation changed";
    return nullptr;
 }

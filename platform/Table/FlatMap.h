@@ -238,7 +238,7 @@ class FlatMap {
    void read(Word i, Word& meta, Key& key, Value& value, Extra&& extra) const {
       const Word* s = slot(i);
       auto outcome = seqRead(s[genField], [&] {
-         meta = loadWord(s[metaField]);
+         meta = loadWord(s[metaField], std::memory_order_acquire);
          copyOut(s + keyField, &key, sizeof(Key));
          copyOut(s + valueField, &value, sizeof(Value));
          extra();
@@ -268,7 +268,7 @@ class FlatMap {
    static void writeSlot(Word* s, State state, std::uint64_t h, const Key& key,
                          const Value& value) {
       beginWrite(s[genField]);
-      storeWord(s[metaField], state | (Word(tag(h)) << 32));
+      storeWord(s[metaField], state | (Word(tag(h)) << 32), std::memory_order_release);
       copyIn(s + keyField, &key, sizeof(Key));
       copyIn(s + valueField, &value, sizeof(Value));
       endWrite(s[genField]);
@@ -276,7 +276,8 @@ class FlatMap {
 
    static void writeState(Word* s, State state) {
       beginWrite(s[genField]);
-      storeWord(s[metaField], (loadWord(s[metaField]) & ~Word(0xffffffffu)) | state);
+      storeWord(s[metaField], (loadWord(s[metaField]) & ~Word(0xffffffffu)) | state,
+                std::memory_order_release);
       endWrite(s[genField]);
    }
 

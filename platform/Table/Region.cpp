@@ -43,6 +43,16 @@ void expectEqual(const std::string& name, const char* field, Word found, Word ex
    }
 }
 
+// Size fields are bounded by the file before offsets are derived from them: a damaged
+// capacity or pool size would otherwise overflow that arithmetic (std::bit_ceil beyond
+// 2^63 is undefined) and be refused, if at all, under the name of a derived field.
+void expectFits(const std::string& name, const char* field, Word found, Word most,
+                std::size_t fileBytes) {
+   if (found <= most) return;
+   throw Pelin::Exception(fmt::format("table file {}: {} {} does not fit in its {} bytes",
+                                      name, field, found, fileBytes));
+}
+
 } // namespace
 
 RegionHeader Region::headerFor(const Layout& layout) {
@@ -150,6 +160,9 @@ Region Region::attachFile(const std::string& path, const Layout& expected) {
    for (std::size_t i = 0; i < kMaxLists; ++i) {
       expectEqual(path, "list bound", h.listMax[i], expected.listMax[i]);
    }
+   // Every slot holds at most one entry, and the pool is inside the file.
+   expectFits(path, "capacity", h.capacity, bytes / (h.slotWords * 8), bytes);
+   expectFits(path, "pool bytes", h.poolBytes, bytes, bytes);
    // Every derived field must follow from capacity and pool size, or the file was damaged.
    Layout stored = expected;
    stored.capacity = h.capacity;

@@ -25,42 +25,48 @@ inline void storeWord(Word& w, Word v, std::memory_order order = std::memory_ord
    std::atomic_ref<Word>(w).store(v, order);
 }
 
-// Copies `bytes` out of shared words into private memory.
+// The generation protocol orders its accesses with acquire loads and release stores of
+// the record words themselves, not with fences: ThreadSanitizer does not model fences,
+// and on x86-64 both compile to the same plain moves.
+
+// Copies `bytes` out of shared words into private memory. Acquire loads: a copy that saw
+// any word stored after the generation went odd also sees the odd generation on the
+// re-check that follows it.
 inline void copyOut(const Word* src, void* dst, std::size_t bytes) {
    auto* out = static_cast<unsigned char*>(dst);
    // One counter for the whole words: records are copied word by word on every read.
    const std::size_t words = bytes / 8;
    for (std::size_t i = 0; i < words; ++i) {
-      Word w = loadWord(src[i]);
+      Word w = loadWord(src[i], std::memory_order_acquire);
       std::memcpy(out + i * 8, &w, 8);
    }
    if (const std::size_t tail = bytes % 8) {
-      Word w = loadWord(src[words]);
+      Word w = loadWord(src[words], std::memory_order_acquire);
       std::memcpy(out + words * 8, &w, tail);
    }
 }
 
-// Copies private memory into shared words; the tail word is zero-padded.
+// Copies private memory into shared words; the tail word is zero-padded. Release stores:
+// each keeps the odd generation stored before it ahead of it for readers.
 inline void copyIn(Word* dst, const void* src, std::size_t bytes) {
    const auto* in = static_cast<const unsigned char*>(src);
    std::size_t i = 0;
    for (; bytes >= 8; ++i, bytes -= 8, in += 8) {
       Word w;
       std::memcpy(&w, in, 8);
-      storeWord(dst[i], w);
+      storeWord(dst[i], w, std::memory_order_release);
    }
    if (bytes) {
       Word w = 0;
       std::memcpy(&w, in, bytes);
-      storeWord(dst[i], w);
+      storeWord(dst[i], w, std::memory_order_release);
    }
 }
 
-// Writer: the generation is odd between beginWrite and endWrite.
-inline void beginWrite(Word& gen) {
-   storeWord(gen, loadWord(gen) + 1);
-   std::atomic_thread_fence(std::memory_order_release);
-}
+// Writer: the generation is odd between beginWrite and endWrite. Every store in between
+// must be a release store (copyIn, or storeWord with memory_order_release), which keeps
+// this one ahead of it.
+inline void beginWrite(Word& gen) { storeWord(gen, loadWord(gen) + 1); }
 
 inline void endWrite(Word& gen) { storeWord(gen, loadWord(gen) + 1, std::memory_order_release); }
 
@@ -87,7 +93,9 @@ class RetryBudget {
 enum class ReadOutcome { ok, stuck };
 
 // Runs `copy` until it ran entirely inside one even generation of `gen`, or the budget is
-// spent. `copy` must only read shared memory (atomically) and write private memory.
+// spent. `copy` must only read shared memory, with acquire loads (copyOut, or loadWord
+// with memory_order_acquire), which keep the re-check of `gen` after them, and write
+// private memory.
 template <typename Copy>
 ReadOutcome seqRead(const Word& gen, Copy&& copy) {
    RetryBudget budget;
@@ -95,7 +103,6 @@ ReadOutcome seqRead(const Word& gen, Copy&& copy) {
       Word before = loadWord(gen, std::memory_order_acquire);
       if ((before & 1) == 0) {
          copy();
-         std::atomic_thread_fence(std::memory_order_acquire);
          if (loadWord(gen) == before) return ReadOutcome::ok;
       }
    } while (budget.again());
