@@ -15,8 +15,7 @@ ArpEntryMap::Map anonymousMap(std::uint64_t capacity) {
 } // namespace
 
 void ArpEntryMap::doCorruptionDetected(const std::string& message) const {
-   corruptions_.fetch_add(1);
-   lastCorruption_ = message;
+   corruptions_.report(message);
 }
 
 Status::Status(const std::string& name) : Status(name, Capacity()) {}

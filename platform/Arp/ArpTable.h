@@ -7,6 +7,7 @@
 #include "Lumo/EthAddr.h"
 #include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
+#include "Pelin/CorruptionReport.h"
 #include "Pelin/Ptr.h"
 #include "Table/FlatMap.h"
 #include "Vrf/VrfId.h"
@@ -74,10 +75,7 @@ public:
 
    ArpEntryMap(std::string name, Map map)
        : name_(std::move(name)), map_(std::move(map)) {}
-   ArpEntryMap(ArpEntryMap&& o) noexcept
-       : name_(std::move(o.name_)), map_(std::move(o.map_)),
-         corruptions_(o.corruptions_.load()),
-         lastCorruption_(std::move(o.lastCorruption_)) {}
+   ArpEntryMap(ArpEntryMap&& o) noexcept = default;
 
    const std::string& name() const { return name_; }
 
@@ -90,8 +88,8 @@ public:
    }
    // Reports a damaged map: counted, and the last message kept, for operators.
    void doCorruptionDetected(const std::string& message) const;
-   std::uint64_t corruptionCount() const { return corruptions_.load(); }
-   std::string lastCorruption() const { return lastCorruption_; }
+   std::uint64_t corruptionCount() const { return corruptions_.count(); }
+   std::string lastCorruption() const { return corruptions_.last(); }
    std::uint64_t size() const { return map_.size(); }
    void forEach(const std::function<void(const ArpEntry&)>& fn) const {
       map_.forEach([&](const ArpKey& k, const ArpValue& v) { fn(ArpEntry(k, v)); });
@@ -109,8 +107,7 @@ public:
 private:
    std::string name_;
    Map map_;
-   mutable std::atomic<std::uint64_t> corruptions_{0};
-   mutable std::string lastCorruption_;
+   mutable Pelin::CorruptionReport corruptions_;
 };
 
 class Status : public Kor::Notifier {

@@ -99,11 +99,10 @@ std::optional<Fib::FecId> ForwardingStatus::route(const Lumo::IpGenPrefix& prefi
 }
 
 void ForwardingStatus::doCorruptionDetected(const std::string& message) const {
-   corruptions_.fetch_add(1);
-   lastCorruption_ = message;
+   corruptions_.report(message);
 }
 
-std::string ForwardingStatus::lastCorruption() const { return lastCorruption_; }
+std::string ForwardingStatus::lastCorruption() const { return corruptions_.last(); }
 
 std::uint64_t ForwardingStatus::fecCount() const { return fecs_.size(); }
 std::uint64_t ForwardingStatus::routeCount() const { return routes_.size(); }

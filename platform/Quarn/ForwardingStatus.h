@@ -5,6 +5,7 @@
 #include "Kor/Entity.h"
 #include "Lumo/IpGenAddr.h"
 #include "Lumo/IpGenPrefix.h"
+#include "Pelin/CorruptionReport.h"
 #include "Pelin/Ptr.h"
 #include "Quarn/Fec.h"
 #include "Table/ListMap.h"
@@ -72,7 +73,7 @@ class ForwardingStatus : public Kor::Notifier {
    std::optional<Fib::FecId> route(const Lumo::IpGenPrefix& prefix) const;
    // Reports a damaged table: counted, and the last message kept, for operators.
    void doCorruptionDetected(const std::string& message) const;
-   std::uint64_t corruptionCount() const { return corruptions_.load(); }
+   std::uint64_t corruptionCount() const { return corruptions_.count(); }
    std::string lastCorruption() const;
 
    std::uint64_t fecCount() const;
@@ -92,8 +93,7 @@ class ForwardingStatus : public Kor::Notifier {
    std::string name_;
    FecTable fecs_;
    Table::PrefixMap routes_;
-   mutable std::atomic<std::uint64_t> corruptions_{0};
-   mutable std::string lastCorruption_;
+   mutable Pelin::CorruptionReport corruptions_;
 };
 
 Table::PrefixKey prefixKey(const Lumo::IpGenPrefix& prefix);
