@@ -79,8 +79,10 @@ bool pause(std::uint32_t ms) {
 }
 
 void run(const GlobalOptions& global, const WriteOptions& o) {
-   if (!global.stateFile.empty() || global.shm) {
-      throw std::invalid_argument("velt write takes its states as arguments, not --state or --shm");
+   if (!global.stateFile.empty() || global.shm || global.fromKernel) {
+      throw std::invalid_argument(
+          "velt write takes its states as arguments, not --state, --shm or --linux (write "
+          "the namespace's state with `velt import -o FILE` first)");
    }
    std::vector<Version> versions;
    for (const std::string& f : o.files) versions.push_back({f, VeltState::loadStateFile(f)});
