@@ -8,6 +8,9 @@
 #include <unistd.h>
 
 #include <bit>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <cerrno>
 #include <cstring>
 #include <fmt/format.h>
@@ -112,11 +115,35 @@ Region Region::anonymous(const Layout& layout) {
    return region;
 }
 
+namespace {
+
+// Removes what writers killed inside createFile left of `path`: "<path>.new.<pid>" files
+// whose process is gone. A live writer's file is left alone.
+void removeAbandonedTemporaries(const std::string& path) {
+   const std::filesystem::path target(path);
+   const std::string prefix = target.filename().string() + ".new.";
+   std::error_code ec;
+   for (const auto& entry : std::filesystem::directory_iterator(
+            target.has_parent_path() ? target.parent_path() : ".", ec)) {
+      const std::string name = entry.path().filename().string();
+      if (!name.starts_with(prefix)) continue;
+      char* end = nullptr;
+      const long pid = std::strtol(name.c_str() + prefix.size(), &end, 10);
+      if (pid <= 0 || *end != '\0') continue;
+      if (::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) {
+         ::unlink(entry.path().c_str());
+      }
+   }
+}
+
+} // namespace
+
 // The file is made under a temporary name and renamed into place once its header is
 // whole: a reader attaching meanwhile finds the previous file or the new one, and a reader
 // still mapping a replaced file keeps its pages (truncating in place would fault them).
 Region Region::createFile(const std::string& path, const Layout& layout) {
    std::size_t bytes = headerFor(layout).totalBytes;
+   removeAbandonedTemporaries(path);
    const std::string temp = fmt::format("{}.new.{}", path, ::getpid());
    ::unlink(temp.c_str());
    Fd fd{::open(temp.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600)};
