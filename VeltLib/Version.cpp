@@ -1,5 +1,5 @@
 #include "VeltLib/Version.h"
 
 namespace Velt {
-const char* libraryVersion() { return "0.1"; }
+const char* libraryVersion() { return VELT_VERSION_TEXT; }
 } // namespace Velt

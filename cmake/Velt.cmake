@@ -1,4 +1,5 @@
 # One-line helpers: a platform framework, a library module, a test or a benchmark is a single call.
+# The plugin helper has a file of its own, since the installed package ships it too.
 
 # velt_platform(<Framework> <sources...>): adds a framework's sources to libVeltPlatform.
 function(velt_platform framework)
@@ -29,10 +30,4 @@ function(velt_bench name)
    target_link_libraries(${name} PRIVATE VeltRouting benchmark::benchmark_main)
 endfunction()
 
-# velt_nhr_plugin(<name> <dir> <sources...>): a resolver plugin, the library
-# <dir>/NhrPlugin/lib<name>.so that the root loads when VELT_NHR_PLUGINS names <name>.
-function(velt_nhr_plugin name dir)
-   add_library(${name} MODULE ${ARGN})
-   target_link_libraries(${name} PRIVATE VeltRouting)
-   set_target_properties(${name} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${dir}/NhrPlugin)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/VeltRoutingPlugin.cmake)

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is needed, then builds and runs the whole suite twice: a normal build and
-# a build under AddressSanitizer + UndefinedBehaviorSanitizer.
+# a build under AddressSanitizer + UndefinedBehaviorSanitizer, with warnings as errors.
+# Then checks what ships: the normal build installed, and the library built alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
@@ -9,7 +10,7 @@ jobs=$(nproc)
 run_suite() { # <build dir> <extra cmake args...>
    local dir=$1; shift
    echo "== configuring $dir"
-   cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+   cmake -S . -B "$dir" -G Ninja -DVELT_WERROR=ON "$@" >/dev/null
    echo "== building $dir"
    cmake --build "$dir" -j "$jobs"
    echo "== testing $dir"
@@ -19,4 +20,6 @@ run_suite() { # <build dir> <extra cmake args...>
 run_suite build
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
    run_suite build-sanitize -DVELT_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
+bash scripts/install-check.sh build
+bash scripts/install-check.sh
 echo "== all suites passed"
