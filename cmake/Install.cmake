@@ -29,6 +29,7 @@ install(FILES ${PROJECT_BINARY_DIR}/VeltRoutingConfig.cmake
 
 # pkg-config: the prefix is found from the .pc file's own place, so a moved prefix still works.
 file(RELATIVE_PATH VELT_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" VELT_PC_TO_PREFIX "${VELT_PC_TO_PREFIX}")
 configure_file(cmake/velt-routing.pc.in ${PROJECT_BINARY_DIR}/velt-routing.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/velt-routing.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
