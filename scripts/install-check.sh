@@ -57,6 +57,9 @@ cmake -S examples/plugin -B "$work/plugin" -G Ninja -DCMAKE_PREFIX_PATH="$prefix
 cmake --build "$work/plugin" >/dev/null
 plugin=$work/plugin/plugins/NhrPlugin/libsinkhole.so
 [ -f "$plugin" ] || fail "the example did not build $plugin"
+cmake --install "$work/plugin" >/dev/null
+[ -f "$prefix/$libdir/velt/plugins/NhrPlugin/libsinkhole.so" ] ||
+   fail "the example did not install beside the shipped plugins"
 
 echo "== building a program with pkg-config"
 export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
