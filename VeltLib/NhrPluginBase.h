@@ -49,7 +49,7 @@ class NhrPluginBase : public Wexa::Mounter {
    void setUpFailed(const std::string& error);
 
    Pelin::Ptr<NhrPluginContext> context_;
-   NhrPlugins* table_ = nullptr; // the table holding this plugin, which clears it on release
+   NhrPlugins* table_ = nullptr; // the table holding it; cleared when released
    bool retired_ = false;        // released by a table; never set up after that
 };
 

@@ -12,7 +12,8 @@ template <typename T, typename Range>
 std::vector<Pelin::Ptr<T>> saved(const Range* range) {
    std::vector<Pelin::Ptr<T>> out;
    if (range) {
-      for (const auto& item : *range) out.push_back(item);
+      for (const auto& item : *range)
+         out.push_back(item);
    }
    return out;
 }
@@ -47,7 +48,8 @@ NhrRegistrations::NhrRegistrations(const NhrPluginContext& c) {
    resolverSteps_ = saved<GenericPipelineStep>(c.resolverSteps().get());
    fallbackSteps_ = saved<GenericPipelineStep>(c.noIpRouteFallbackSteps().get());
    const IntfSuitabilityHelper* h = c.intfSuitabilityHelper().get();
-   checkers_ = saved<IntfSuitabilityCheckerBase>(h ? &h->intfSuitabilityChecker() : nullptr);
+   checkers_ =
+       saved<IntfSuitabilityCheckerBase>(h ? &h->intfSuitabilityChecker() : nullptr);
 }
 
 void NhrRegistrations::restore(const NhrPluginContext& c) const {
@@ -69,8 +71,9 @@ void NhrRegistrations::restore(const NhrPluginContext& c) const {
           [r](const auto& x) { r->dstIpResolverDel(x->addressFamily()); },
           [r](const auto& x) { r->dstIpResolverIs(x); });
    }
-   for (auto [steps, before] : {std::pair{c.resolverSteps().get(), &resolverSteps_},
-                                std::pair{c.noIpRouteFallbackSteps().get(), &fallbackSteps_}}) {
+   for (auto [steps, before] :
+        {std::pair{c.resolverSteps().get(), &resolverSteps_},
+         std::pair{c.noIpRouteFallbackSteps().get(), &fallbackSteps_}}) {
       putBack(
           steps, *before, [steps](const auto& x) { steps->stepDel(x->name()); },
           [steps](const auto& x) { steps->stepIs(x); });

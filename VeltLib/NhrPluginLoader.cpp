@@ -10,7 +10,8 @@ namespace {
 
 Pelin::Ptr<Plugin::Loader<NhrPluginContext>> makeLoader() {
    auto loader = Pelin::make<Plugin::Loader<NhrPluginContext>>("NhrPluginLoader");
-   loader->versionCheckIs(Plugin::VersionCheck{pluginVersionMark, "libVeltRouting", versionMajor});
+   loader->versionCheckIs(
+       Plugin::VersionCheck{pluginVersionMark, "libVeltRouting", versionMajor});
    return loader;
 }
 
@@ -18,7 +19,8 @@ Pelin::Ptr<Plugin::Loader<NhrPluginContext>> makeLoader() {
 
 const Pelin::Ptr<Plugin::Loader<NhrPluginContext>>& NhrPluginLoader() {
    // Never destroyed: plugins may reach it while the process's statics are torn down.
-   static const auto* loader = new Pelin::Ptr<Plugin::Loader<NhrPluginContext>>(makeLoader());
+   static const auto* loader =
+       new Pelin::Ptr<Plugin::Loader<NhrPluginContext>>(makeLoader());
    return *loader;
 }
 
@@ -35,7 +37,8 @@ void startNhrPlugin(NhrPluginMaker make) {
    } catch (...) {
       before.restore(*context);
       NhrPlugins& table = *context->nhrPlugins();
-      if (plugin && table.plugin(plugin->name()) == plugin) table.pluginDel(plugin->name());
+      if (plugin && table.plugin(plugin->name()) == plugin)
+         table.pluginDel(plugin->name());
       throw;
    }
 }

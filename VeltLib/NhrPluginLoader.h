@@ -35,7 +35,8 @@ void startNhrPlugin() {
 } // namespace Velt
 
 // The version mark of a plugin library: compiled in by VELT_NHR_PLUGIN.
-#define VELT_PLUGIN_VERSION_MARK(major) extern "C" const unsigned veltPluginAbiMajor = (major);
+#define VELT_PLUGIN_VERSION_MARK(major)                                                  \
+   extern "C" const unsigned veltPluginAbiMajor = (major);
 
 // The entry point of a plugin library whose plugin type `PluginType` is constructed from
 // the context alone, with the mark of the library version it is built against:

@@ -54,9 +54,9 @@ class RewriteInfos : public Pelin::Node {
    void rewriteInfoDelAll() { rewriteInfo_.delAll(); }
    const Pelin::RQueue<RewriteInfo>& rewriteInfo() const { return rewriteInfo_; }
 
-   void finalCounterActionInfoEnq(const Pelin::Ptr<CounterActionInfo>& counterActionInfo) {
-      VELT_ASSERT(counterActionInfo);
-      finalCounterActionInfo_.enq(counterActionInfo);
+   void finalCounterActionInfoEnq(const Pelin::Ptr<CounterActionInfo>& counterAction) {
+      VELT_ASSERT(counterAction);
+      finalCounterActionInfo_.enq(counterAction);
    }
    Pelin::Ptr<CounterActionInfo> finalCounterActionInfoDeq() {
       return finalCounterActionInfo_.deq();

@@ -16,7 +16,8 @@ constexpr int eventsPerVrf = 7;
 // The state machine over its inputs; cycle() brings every VRF up and down once.
 struct Churn {
    Churn(int vrfs, bool unified) {
-      for (int i = 0; i < vrfs; ++i) names.emplace_back("tenant" + std::to_string(i));
+      for (int i = 0; i < vrfs; ++i)
+         names.emplace_back("tenant" + std::to_string(i));
       wrapper->nameToIdMapIs(ids);
       sm = Velt::resolverVrfRootSmFactory(roots, global, local, wrapper, unified, em);
    }
@@ -34,11 +35,14 @@ struct Churn {
          global->vrfDel(names[i]);
       }
    }
-   std::int64_t events() const { return static_cast<std::int64_t>(names.size()) * eventsPerVrf; }
+   std::int64_t events() const {
+      return static_cast<std::int64_t>(names.size()) * eventsPerVrf;
+   }
 
    std::vector<L3::VrfName> names;
    Pelin::Ptr<Velt::ResolverVrfRoots> roots = Velt::resolverVrfRootsFactory();
-   Pelin::Ptr<Ip::AllVrfStatusGlobal> global = Pelin::make<Ip::AllVrfStatusGlobal>("global");
+   Pelin::Ptr<Ip::AllVrfStatusGlobal> global =
+       Pelin::make<Ip::AllVrfStatusGlobal>("global");
    Pelin::Ptr<Ip::AllVrfStatusLocal> local = Pelin::make<Ip::AllVrfStatusLocal>("local");
    Pelin::Ptr<Vrf::VrfIdMap::NameToIdMap> ids = Pelin::make<Vrf::VrfIdMap::NameToIdMap>();
    Pelin::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper> wrapper =
@@ -49,7 +53,8 @@ struct Churn {
 
 void BM_VrfChurn(benchmark::State& state) {
    Churn churn(static_cast<int>(state.range(0)), true);
-   for (auto _ : state) churn.cycle();
+   for (auto _ : state)
+      churn.cycle();
    if (churn.roots->vrfRoot().size() != 1) state.SkipWithError("roots left behind");
    const auto events = static_cast<double>(state.iterations() * churn.events());
    state.SetItemsProcessed(state.iterations() * churn.events());
@@ -58,15 +63,16 @@ void BM_VrfChurn(benchmark::State& state) {
 BENCHMARK(BM_VrfChurn)->Arg(1000)->Unit(benchmark::kMillisecond);
 
 // Heap in use after a million events less that after the first cycle, per event, with one
-// forwarding table per VRF. Every table the cycle fills it also empties, so anything above
-// noise is a leak.
+// forwarding table per VRF. Every table the cycle fills it also empties, so anything
+// above noise is a leak.
 void BM_VrfChurnMemory(benchmark::State& state) {
    Churn churn(1000, false);
    const std::int64_t cycles = (1'000'000 + churn.events() - 1) / churn.events();
    churn.cycle(); // tables and maps reach their working size
    const std::size_t before = mallinfo2().uordblks;
    for (auto _ : state) {
-      for (std::int64_t c = 0; c < cycles; ++c) churn.cycle();
+      for (std::int64_t c = 0; c < cycles; ++c)
+         churn.cycle();
    }
    const std::size_t after = mallinfo2().uordblks;
    const auto events = static_cast<double>(state.iterations() * cycles * churn.events());

@@ -89,9 +89,9 @@ void checkVersion(const Found& f, void* handle, const VersionCheck& check) {
    const auto* mark = static_cast<const unsigned*>(dlsym(handle, check.symbol.c_str()));
    const std::string plugin = "plugin " + inQuotes(f.name) + ": " + f.file;
    if (!mark) {
-      throw Pelin::Exception(plugin + " carries no " + check.library +
-                             " version (no " + check.symbol + "); rebuild it against " +
-                             check.library + " " + std::to_string(check.major) + ".x");
+      throw Pelin::Exception(plugin + " carries no " + check.library + " version (no " +
+                             check.symbol + "); rebuild it against " + check.library +
+                             " " + std::to_string(check.major) + ".x");
    }
    if (*mark != check.major) {
       throw Pelin::Exception(plugin + " was built against " + check.library + " " +

@@ -40,8 +40,12 @@ class LoaderImpl : public Pelin::Node {
    void pluginNameIs(std::string name) { pluginName_ = std::move(name); }
    // When set, a library whose version mark is missing or differs is refused, naming the
    // plugin and both versions, before any entry point runs.
-   const std::optional<VersionCheck>& versionCheck() const noexcept { return versionCheck_; }
-   void versionCheckIs(std::optional<VersionCheck> check) { versionCheck_ = std::move(check); }
+   const std::optional<VersionCheck>& versionCheck() const noexcept {
+      return versionCheck_;
+   }
+   void versionCheckIs(std::optional<VersionCheck> check) {
+      versionCheck_ = std::move(check);
+   }
 
    // Opens the libraries of the plugins named in `pluginsToLoad` from the folder
    // `dirName` of each directory of the search path and runs their entry point

@@ -12,7 +12,8 @@ using namespace Velt;
 namespace {
 
 Pelin::Ptr<const Lumo::Ip6Hdr> ip6Hdr() {
-   return Pelin::make<Lumo::Ip6Hdr>(Lumo::Ip6Addr("2001:db8::1"), Lumo::Ip6Addr("::2"), 47);
+   return Pelin::make<Lumo::Ip6Hdr>(Lumo::Ip6Addr("2001:db8::1"), Lumo::Ip6Addr("::2"),
+                                    47);
 }
 
 // The attribute a null-argument error names; "none" when nothing was raised.
@@ -28,8 +29,9 @@ std::string nullArgumentOf(F build) {
 
 TEST(RewriteNullArguments, HeaderBuildersRaiseTheNullArgumentError) {
    const Pelin::Ptr<const Lumo::GreHdr> noGre;
-   EXPECT_EQ(nullArgumentOf([&] { GreDecapRewriteInfo::createInfo(nullptr, ip6Hdr(), noGre); }),
-             "greHdr");
+   EXPECT_EQ(
+       nullArgumentOf([&] { GreDecapRewriteInfo::createInfo(nullptr, ip6Hdr(), noGre); }),
+       "greHdr");
    EXPECT_EQ(nullArgumentOf([&] { GreHdrEncapRewriteInfoIs(noGre); }), "greHdr");
    // The same builder with its header still works.
    auto gre = GreDecapRewriteInfo::createInfo(nullptr, ip6Hdr(),
@@ -41,7 +43,7 @@ TEST(RewriteNullArgumentsDeathTest, ListAndQueueOperationsAssertOnNull) {
    auto list = RewriteInfosIs();
    EXPECT_DEATH(list->rewriteInfoEnq(nullptr), "Assertion failed: rewriteInfo\n");
    EXPECT_DEATH(list->finalCounterActionInfoEnq(nullptr),
-                "Assertion failed: counterActionInfo\n");
+                "Assertion failed: counterAction\n");
    EXPECT_DEATH(list->copyFrom(nullptr), "Assertion failed: other\n");
    EXPECT_DEATH(list->copyFrom(list), "Assertion failed: other.get\\(\\) != this\n");
 

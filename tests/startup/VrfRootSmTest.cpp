@@ -197,23 +197,28 @@ TEST_F(VrfRootSmTest, LongChurnLeavesNothingBehind) {
    const char* vrfs[] = {"red", "blue", "green"};
    for (int cycle = 0; cycle < 500; ++cycle) {
       std::uint32_t id = 1;
-      for (const char* vrf : vrfs) up(vrf, id++);
-      for (const char* vrf : vrfs) local->vrf(vrf)->stateIs(0);
-      for (const char* vrf : vrfs) local->vrf(vrf)->stateIs(Ip::vrfStateActive);
+      for (const char* vrf : vrfs)
+         up(vrf, id++);
+      for (const char* vrf : vrfs)
+         local->vrf(vrf)->stateIs(0);
+      for (const char* vrf : vrfs)
+         local->vrf(vrf)->stateIs(Ip::vrfStateActive);
       for (const char* vrf : vrfs) {
          ids->vrfNameToIdDel(vrf);
          local->vrfDel(vrf);
          global->vrfDel(vrf);
       }
    }
-   EXPECT_EQ(shm->mounts().size(), 4u) << "one mount per VRF table, however often mounted";
+   EXPECT_EQ(shm->mounts().size(), 4u)
+       << "one mount per VRF table, however often mounted";
    EXPECT_EQ(roots->vrfRoot().size(), 1u);
-   // A VRF that lost its id first is deleted under the sentinel id, so the id it had stays
-   // mapped: bounded by the ids ever used, not by the events.
+   // A VRF that lost its id first is deleted under the sentinel id, so the id it had
+   // stays mapped: bounded by the ids ever used, not by the events.
    EXPECT_LE(roots->aleVrfIdToVrf().size(), 4u);
    EXPECT_EQ(sm->vrfStatusLocalSm().size(), 0u);
-   for (const Pelin::Node* n : {(const Pelin::Node*)global.get(), (const Pelin::Node*)local.get(),
-                                (const Pelin::Node*)ids.get()}) {
+   for (const Pelin::Node* n :
+        {(const Pelin::Node*)global.get(), (const Pelin::Node*)local.get(),
+         (const Pelin::Node*)ids.get()}) {
       EXPECT_EQ(n->publisher()->slots(), 1u) << "the machine's one subscription";
    }
 }
@@ -222,7 +227,9 @@ TEST_F(VrfRootSmTest, ReinstantiationFromANotificationLeavesThePublisherWhole) {
    auto sm = start();
    up("red", 1);
    struct Counter : Kor::Notifiee {
-      void onCollection(Kor::AttrId, const Kor::KeyRef&, Kor::Change) override { ++heard; }
+      void onCollection(Kor::AttrId, const Kor::KeyRef&, Kor::Change) override {
+         ++heard;
+      }
       int heard = 0;
    } after; // subscribed after the machine
    after.notifierIs(ids.get());

@@ -37,7 +37,8 @@ class HalfSetUpPlugin : public Velt::NhrPluginBase {
    void setupNhr() override {
       context()->resolverSteps()->stepIs(Pelin::make<HalfStep>());
       context()->resolvers()->dstIpResolverIs(Pelin::make<HalfResolver>());
-      context()->intfSuitabilityHelper()->intfSuitabilityCheckerIs(Pelin::make<HalfChecker>());
+      context()->intfSuitabilityHelper()->intfSuitabilityCheckerIs(
+          Pelin::make<HalfChecker>());
       const char* how = std::getenv(VeltTest::halfThrowVariable);
       if (how && std::string(how) == "int") throw 7;
       throw Pelin::Exception("its table is missing");
