@@ -4,7 +4,23 @@
 #include "Trace/Emit.h"
 #include "VeltLib/Traces.h"
 
+#include <optional>
+
 namespace Velt {
+
+namespace {
+
+std::string describe(const std::exception_ptr& error) {
+   try {
+      std::rethrow_exception(error);
+   } catch (const std::exception& e) {
+      return e.what();
+   } catch (...) {
+      return "an exception that is not a std::exception";
+   }
+}
+
+} // namespace
 
 NhrPluginBase::NhrPluginBase(const Pelin::String& name,
                              const Pelin::Ptr<NhrPluginContext>& context)
@@ -38,14 +54,43 @@ void NhrPluginBase::doMountsComplete(
     Wexa::MountStatus mountStatus, const Pelin::Ptr<Wexa::EntityManager>& entityManager) {
    VELT_TRACE_FN(nhrPluginTrace(), 1, __func__, "{} {}", name(), __PRETTY_FUNCTION__);
    VELT_ASSERT(mountStatus == Wexa::MountStatus::mountSuccess_);
-   completePluginInit(entityManager);
+   if (retired_) {
+      VELT_TRACE_FN(nhrPluginTrace(), 1, __func__,
+                    "{}: left the plugin table before its mounts completed; not set up",
+                    name());
+      return;
+   }
+   try {
+      completePluginInit(entityManager);
+   } catch (...) {
+      // Already undone, recorded in the plugin table and traced; the event loop that
+      // delivered the mounts has nobody to hand it to.
+   }
 }
 
 void NhrPluginBase::completePluginInit(
     const Pelin::Ptr<Wexa::EntityManager>& entityManager) {
    VELT_TRACE_FN(nhrPluginTrace(), 1, __func__, "{} {}", name(), __PRETTY_FUNCTION__);
-   mountsComplete(entityManager);
-   setupNhr();
+   std::optional<NhrRegistrations> before;
+   if (context_) before.emplace(*context_);
+   try {
+      mountsComplete(entityManager);
+      setupNhr();
+   } catch (...) {
+      if (before) before->restore(*context_);
+      setUpFailed(describe(std::current_exception()));
+      throw;
+   }
+}
+
+void NhrPluginBase::setUpFailed(const std::string& error) {
+   VELT_TRACE_FN(nhrPluginTrace(), 0, "completePluginInit",
+                 "{}: set-up failed, its registrations are undone: {}", name(), error);
+   if (!table_) return;
+   Pelin::Ptr<NhrPluginBase> self(this); // the table may hold the last reference
+   NhrPlugins* table = table_;
+   if (table->plugin(name()) == self) table->pluginDel(name());
+   table->failedPluginIs(name(), error);
 }
 
 void NhrPluginBase::mountsComplete(const Pelin::Ptr<Wexa::EntityManager>&) {}
@@ -62,20 +107,39 @@ const Kor::TypeInfo* NhrPluginBase::typeData() const {
 
 NhrPlugins::~NhrPlugins() {
    beingDestroyedIs();
-   plugin_.clear();
+   pluginDelAll();
+}
+
+void NhrPlugins::release(NhrPluginBase& plugin) {
+   plugin.table_ = nullptr;
+   plugin.retired_ = true;
 }
 
 void NhrPlugins::pluginIs(const Pelin::Ptr<NhrPluginBase>& plugin) {
    if (!plugin) throw Pelin::NullArgumentException("plugin");
+   Pelin::Ptr<NhrPluginBase> old = plugin_.value(plugin->name());
+   if (old == plugin) return;
    plugin_.insert(plugin);
+   if (old) release(*old);
+   plugin->table_ = this;
+   plugin->retired_ = false;
+   failed_.erase(plugin->name());
 }
 
 void NhrPlugins::pluginDel(const Pelin::String& name) {
-   plugin_.erase(name);
+   bool found = false;
+   Pelin::Ptr<NhrPluginBase> old = plugin_.erase(name, &found);
+   if (found && old) release(*old);
 }
 
 void NhrPlugins::pluginDelAll() {
-   plugin_.clear();
+   plugin_.drain([](const Pelin::String&, Pelin::Ptr<NhrPluginBase>&& p) {
+      if (p) release(*p);
+   });
+}
+
+void NhrPlugins::failedPluginIs(const Pelin::String& name, const std::string& error) {
+   failed_[name] = error;
 }
 
 const Kor::TypeInfo* NhrPlugins::typeData() const {

@@ -1,12 +1,16 @@
 // The base of every resolver plugin, and the table of loaded plugins. A plugin mounts the
 // state its profile names, if any, and then registers its resolvers and steps in
-// setupNhr().
+// setupNhr(). Set-up is all or nothing: a plugin whose set-up throws leaves no
+// registration and no table entry behind, and the table records why it failed.
 #pragma once
 #include "Kor/HashMap.h"
 #include "Kor/TypeInfo.h"
 #include "Pelin/Ptr.h"
 #include "VeltLib/NhrPluginContext.h"
 #include "Wexa/EntityManager.h"
+
+#include <map>
+#include <string>
 
 namespace Velt {
 
@@ -24,9 +28,13 @@ class NhrPluginBase : public Wexa::Mounter {
    // state database has it loaded, and sets up when the mounts complete; else sets up at
    // once.
    void doMountProfile(const Pelin::Ptr<Wexa::EntityManager>& entityManager);
-   // A failed mount stops the process: the plugin cannot work without its state.
+   // A failed mount stops the process: the plugin cannot work without its state. Runs on
+   // the event loop, so a failing set-up is recorded and traced rather than raised; a
+   // plugin that left its table before its mounts completed is not set up.
    void doMountsComplete(Wexa::MountStatus mountStatus,
                          const Pelin::Ptr<Wexa::EntityManager>& entityManager) override;
+   // Runs mountsComplete() and setupNhr(). If either throws, undoes what they registered,
+   // leaves the table with the error recorded, traces it, and raises it again.
    void completePluginInit(const Pelin::Ptr<Wexa::EntityManager>& entityManager);
 
    // Runs after the mounts, before setupNhr(); nothing by default.
@@ -37,7 +45,12 @@ class NhrPluginBase : public Wexa::Mounter {
    const Kor::TypeInfo* typeData() const override;
 
  private:
+   friend class NhrPlugins;
+   void setUpFailed(const std::string& error);
+
    Pelin::Ptr<NhrPluginContext> context_;
+   NhrPlugins* table_ = nullptr; // the table holding it; cleared when released
+   bool retired_ = false;        // released by a table; never set up after that
 };
 
 // The loaded plugins by name. Nobody watches it, so it publishes nothing.
@@ -53,15 +66,23 @@ class NhrPlugins : public Pelin::Node {
       return plugin_.value(name);
    }
    const PluginMap& plugin() const { return plugin_; }
-   // Files `plugin` under its name, replacing a plugin of that name.
+   // Files `plugin` under its name, replacing a plugin of that name, and forgets an
+   // earlier failure of that name.
    void pluginIs(const Pelin::Ptr<NhrPluginBase>& plugin);
    void pluginDel(const Pelin::String& name);
    void pluginDelAll();
 
+   // Plugins whose set-up failed, by name, with the error; they are not in plugin().
+   const std::map<Pelin::String, std::string>& failedPlugin() const { return failed_; }
+   void failedPluginIs(const Pelin::String& name, const std::string& error);
+
    const Kor::TypeInfo* typeData() const override;
 
  private:
+   static void release(NhrPluginBase& plugin);
+
    PluginMap plugin_;
+   std::map<Pelin::String, std::string> failed_;
 };
 
 Pelin::Ptr<NhrPlugins> nhrPluginsFactory();

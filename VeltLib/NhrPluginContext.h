@@ -10,6 +10,8 @@
 #include "VeltLib/NexthopResolverTypes.h"
 #include "Wexa/EntityManager.h"
 
+#include <vector>
+
 namespace Velt {
 
 class NhrPlugins;
@@ -55,6 +57,25 @@ class NhrPluginContext : public Pelin::Node {
    Pelin::Ptr<GenericPipelineSteps> noIpRouteFallbackSteps_;
    NhrPlugins* nhrPlugins_;
    Pelin::Ptr<IntfSuitabilityHelper> intfSuitabilityHelper_;
+};
+
+// What plugins have registered through a context (resolvers, steps of both lists,
+// interface checkers) as it stood when taken. Taken before a plugin sets up and restored
+// when the set-up fails, so that a failed plugin leaves nothing of itself registered, and
+// whatever it replaced is back.
+class NhrRegistrations {
+ public:
+   explicit NhrRegistrations(const NhrPluginContext& context);
+   void restore(const NhrPluginContext& context) const;
+
+ private:
+   std::vector<Pelin::Ptr<InterfaceResolver>> interfaceResolvers_;
+   std::vector<Pelin::Ptr<FecIdResolver>> fecIdResolvers_;
+   std::vector<Pelin::Ptr<FecTypeResolver>> fecTypeResolvers_;
+   std::vector<Pelin::Ptr<DstIpResolver>> dstIpResolvers_;
+   std::vector<Pelin::Ptr<GenericPipelineStep>> resolverSteps_;
+   std::vector<Pelin::Ptr<GenericPipelineStep>> fallbackSteps_;
+   std::vector<Pelin::Ptr<IntfSuitabilityCheckerBase>> checkers_;
 };
 
 Pelin::Ptr<NhrPluginContext>

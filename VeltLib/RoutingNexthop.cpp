@@ -112,6 +112,7 @@ void RoutingNexthop::resetResolverFields(const Pelin::Ptr<PacketContext>& pktCtx
 }
 
 void RoutingNexthop::copyOifAndDstMac(const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   VELT_ASSERT(nexthop);
    dstMacIs(nexthop->dstMac());
    outputIntfIs(nexthop->outputIntf());
 }

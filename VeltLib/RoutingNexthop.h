@@ -11,6 +11,7 @@
 #include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
 #include "Lumo/IpGenPrefix.h"
+#include "Pelin/Assert.h"
 #include "Pelin/Ptr.h"
 #include "Packet/PacketContext.h"
 #include "Pelin/RingQueue.h"
@@ -163,7 +164,11 @@ class RoutingNexthops : public Pelin::Node {
 
    RoutingNexthops() = default;
 
-   void nexthopEnq(const Pelin::Ptr<RoutingNexthop>& nh) { nexthop_.enq(nh); }
+   // A null next hop is a programming error.
+   void nexthopEnq(const Pelin::Ptr<RoutingNexthop>& nexthop) {
+      VELT_ASSERT(nexthop);
+      nexthop_.enq(nexthop);
+   }
    Pelin::Ptr<RoutingNexthop> nexthopDeq() { return nexthop_.deq(); }
    Pelin::Ptr<RoutingNexthop> nexthopFront() const { return nexthop_.front(); }
    Pelin::Ptr<RoutingNexthop> nexthopBack() const { return nexthop_.back(); }

@@ -40,6 +40,8 @@ int RewriteInfos::newTtl(int inputTtl) const {
 }
 
 void RewriteInfos::copyFrom(const Pelin::Ptr<RewriteInfos>& other) {
+   VELT_ASSERT(other);
+   VELT_ASSERT(other.get() != this);
    for (const auto& r : other->rewriteInfo_)
       rewriteInfo_.enq(r);
    for (const auto& c : other->finalCounterActionInfo_)
@@ -146,6 +148,7 @@ Pelin::Ptr<GreDecapRewriteInfo>
 GreDecapRewriteInfo::createInfo(const Pelin::Ptr<const Lumo::IpHdr>& ipHdr,
                                 const Pelin::Ptr<const Lumo::Ip6Hdr>& ip6Hdr,
                                 const Pelin::Ptr<const Lumo::GreHdr>& greHdr) {
+   if (!greHdr) throw Pelin::NullArgumentException("greHdr");
    auto protocol = static_cast<std::uint16_t>(greHdr->word0() & 0xffff);
    return greDecapRewriteInfoFactory(protocol, greHdr->headerSize(),
                                      ipHdrSizeFromV4OrV6(ipHdr, ip6Hdr));

@@ -9,6 +9,7 @@
 #include "Lumo/Ip6Hdr.h"
 #include "Lumo/IpGenAddr.h"
 #include "Lumo/IpHdr.h"
+#include "Pelin/Assert.h"
 #include "Pelin/Ptr.h"
 #include "Pelin/RQueue.h"
 #include "Trell/VlanTagStack.h"
@@ -37,19 +38,25 @@ class CounterActionInfo : public Pelin::Node {
    virtual Pelin::String name() const = 0;
 };
 
+// Enqueuing a null record, or copying from a null list or from the list itself, is a
+// programming error: it stops on an assertion rather than failing a later query.
 class RewriteInfos : public Pelin::Node {
  public:
    RewriteInfos() = default;
 
-   void rewriteInfoEnq(const Pelin::Ptr<RewriteInfo>& r) { rewriteInfo_.enq(r); }
+   void rewriteInfoEnq(const Pelin::Ptr<RewriteInfo>& rewriteInfo) {
+      VELT_ASSERT(rewriteInfo);
+      rewriteInfo_.enq(rewriteInfo);
+   }
    Pelin::Ptr<RewriteInfo> rewriteInfoDeq() { return rewriteInfo_.deq(); }
    Pelin::Ptr<RewriteInfo> rewriteInfoFront() const { return rewriteInfo_.front(); }
    Pelin::Ptr<RewriteInfo> rewriteInfoBack() const { return rewriteInfo_.back(); }
    void rewriteInfoDelAll() { rewriteInfo_.delAll(); }
    const Pelin::RQueue<RewriteInfo>& rewriteInfo() const { return rewriteInfo_; }
 
-   void finalCounterActionInfoEnq(const Pelin::Ptr<CounterActionInfo>& c) {
-      finalCounterActionInfo_.enq(c);
+   void finalCounterActionInfoEnq(const Pelin::Ptr<CounterActionInfo>& counterAction) {
+      VELT_ASSERT(counterAction);
+      finalCounterActionInfo_.enq(counterAction);
    }
    Pelin::Ptr<CounterActionInfo> finalCounterActionInfoDeq() {
       return finalCounterActionInfo_.deq();
@@ -278,7 +285,8 @@ class GreHdrEncapRewriteInfo : public RewriteInfo {
    Pelin::Ptr<const Lumo::GreHdr> greHdr_;
 };
 
-// The outer IP header's size, given exactly one of the two headers.
+// The outer IP header's size, given exactly one of the two headers. The header builders
+// (createInfo) raise Pelin::NullArgumentException for any other null header they need.
 std::int32_t ipHdrSizeFromV4OrV6(const Pelin::Ptr<const Lumo::IpHdr>& ipHdr,
                                  const Pelin::Ptr<const Lumo::Ip6Hdr>& ip6Hdr);
 

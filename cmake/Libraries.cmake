@@ -17,8 +17,6 @@ target_link_libraries(VeltPlatform PUBLIC fmt::fmt ${CMAKE_DL_LIBS})
 get_property(lib_sources GLOBAL PROPERTY VELT_LIB_SOURCES)
 add_library(VeltRouting SHARED ${lib_sources})
 target_link_libraries(VeltRouting PUBLIC VeltPlatform)
-set_source_files_properties(${PROJECT_SOURCE_DIR}/VeltLib/Version.cpp PROPERTIES
-   COMPILE_DEFINITIONS VELT_VERSION_TEXT="${PROJECT_VERSION}")
 
 foreach(lib VeltPlatform VeltRouting)
    # $ORIGIN: a library in a relocated prefix still finds its sibling.

@@ -1,6 +1,7 @@
 #include "Kor/Publisher.h"
 
 #include <algorithm>
+#include <exception>
 
 namespace Kor {
 
@@ -29,19 +30,42 @@ void Publisher::unsubscribe(Notifiee* n) noexcept {
    }
 }
 
-// Notifiees that subscribe during the walk hear from the next change on.
+// Counts a walk in progress and, as the outermost walk ends however it ends, removes the
+// slots that unsubscriptions during it cleared.
+class Publisher::WalkScope {
+ public:
+   explicit WalkScope(Publisher& p) noexcept : p_(p) { ++p_.walking_; }
+   ~WalkScope() {
+      if (--p_.walking_ == 0 && p_.holes_) {
+         std::erase(p_.subs_, nullptr);
+         p_.holes_ = false;
+      }
+   }
+   WalkScope(const WalkScope&) = delete;
+   WalkScope& operator=(const WalkScope&) = delete;
+
+ private:
+   Publisher& p_;
+};
+
+// Notifiees that subscribe during the walk hear from the next change on. A throwing
+// handler does not keep the change from the notifiees after it: the first exception is
+// raised again once every notifiee has been called, and any later one is dropped.
 template <typename Fn>
 void Publisher::walk(Fn&& fn) {
-   ++walking_;
+   WalkScope scope(*this);
+   std::exception_ptr first;
    const std::size_t count = subs_.size();
    for (std::size_t i = 0; i < count; ++i) {
       Notifiee* n = subs_[i];
-      if (n && !n->silenced()) fn(n);
+      if (!n || n->silenced()) continue;
+      try {
+         fn(n);
+      } catch (...) {
+         if (!first) first = std::current_exception();
+      }
    }
-   if (--walking_ == 0 && holes_) {
-      std::erase(subs_, nullptr);
-      holes_ = false;
-   }
+   if (first) std::rethrow_exception(first);
 }
 
 void Publisher::attributeChanged(AttrId attr) {

@@ -45,12 +45,18 @@ class Publisher {
    // Leaves every notifiee detached from its notifier.
    ~Publisher();
 
+   // Every notifiee hears the change even when a handler throws; the first exception
+   // is raised again after the last notifiee, the others are dropped.
    void attributeChanged(AttrId attr);
    void keyChanged(AttrId attr, const KeyRef& key, Change change);
    std::size_t subscribers() const noexcept;
+   // Subscriber slots held, live or cleared by an unsubscription during a walk; equal to
+   // subscribers() whenever no walk is under way.
+   std::size_t slots() const noexcept { return subs_.size(); }
 
  private:
    friend class Notifiee;
+   class WalkScope;
    void subscribe(Notifiee* n);
    void unsubscribe(Notifiee* n) noexcept;
    template <typename Fn>

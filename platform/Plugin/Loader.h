@@ -4,6 +4,7 @@
 #pragma once
 #include "Pelin/Ptr.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +19,15 @@ using EntryPoint = void (*)();
 // any.
 inline constexpr const char* pluginPathVariable = "VELT_PLUGIN_PATH";
 
+// The version mark a loader may require of the libraries it opens: `symbol`, an
+// `extern "C" const unsigned`, holding the major version of `library` the plugin was
+// built against, which must equal `major`.
+struct VersionCheck {
+   std::string symbol;
+   std::string library;
+   unsigned major = 0;
+};
+
 namespace Impl {
 
 class LoaderImpl : public Pelin::Node {
@@ -28,12 +38,21 @@ class LoaderImpl : public Pelin::Node {
    // The plugin whose entry point runs now; empty between plugins.
    const std::string& pluginName() const noexcept { return pluginName_; }
    void pluginNameIs(std::string name) { pluginName_ = std::move(name); }
+   // When set, a library whose version mark is missing or differs is refused, naming the
+   // plugin and both versions, before any entry point runs.
+   const std::optional<VersionCheck>& versionCheck() const noexcept {
+      return versionCheck_;
+   }
+   void versionCheckIs(std::optional<VersionCheck> check) {
+      versionCheck_ = std::move(check);
+   }
 
    // Opens the libraries of the plugins named in `pluginsToLoad` from the folder
    // `dirName` of each directory of the search path and runs their entry point
    // (`entryPoint`, or veltPluginInit when empty), in list order. Every name is checked
    // and every library found before any is opened. A library whose entry point has
-   // already run is skipped. Errors raise Pelin::Exception naming the plugin. Returns the
+   // already run is skipped. Errors, whatever an entry point throws included, raise
+   // Pelin::Exception naming the plugin. Returns the
    // plugins whose entry point ran. Loading from inside an entry point aborts.
    std::vector<std::string> loadPlugins(const std::string& dirName,
                                         const std::string& pluginsToLoad,
@@ -43,6 +62,7 @@ class LoaderImpl : public Pelin::Node {
  private:
    std::string name_;
    std::string pluginName_;
+   std::optional<VersionCheck> versionCheck_;
 };
 
 // The names of a plugin list, in order, each once; a bad name raises Pelin::Exception.

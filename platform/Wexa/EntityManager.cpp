@@ -61,7 +61,12 @@ Pelin::Ptr<Pelin::Node> EntityManager::mount(const std::string& path,
                                              const std::string& typeName,
                                              const MountInfo& info) {
    if (!validPath(path)) throw Pelin::Exception("state database path \"" + path + "\" is malformed");
-   mounts_.push_back(MountEntry{path, typeName, info});
+   auto [at, added] = mountAt_.try_emplace(path, mounts_.size());
+   if (added) {
+      mounts_.push_back(MountEntry{path, typeName, info});
+   } else {
+      mounts_[at->second] = MountEntry{path, typeName, info};
+   }
    if (Pelin::Ptr<Pelin::Node> found = entity(path)) return found;
    auto provider = providers_.find(typeName);
    if (provider == providers_.end()) return nullptr;

@@ -65,7 +65,8 @@ class EntityManager : public Pelin::Node {
    std::vector<std::string> paths(std::string_view under = {}) const;
 
    // Mounts `path` as `typeName`: returns the entity there (possibly of another type),
-   // else what the type's provider makes, else null.
+   // else what the type's provider makes, else null. The mounts are recorded one per
+   // path: mounting a path again updates its record, so repeated mounts cost nothing.
    Pelin::Ptr<Pelin::Node> mount(const std::string& path, const std::string& typeName,
                                  const MountInfo& info);
    const std::vector<MountEntry>& mounts() const noexcept { return mounts_; }
@@ -85,6 +86,7 @@ class EntityManager : public Pelin::Node {
    std::map<std::string, Pelin::Ptr<Pelin::Node>, std::less<>> entities_;
    std::map<std::string, Provider, std::less<>> providers_;
    std::vector<MountEntry> mounts_;
+   std::map<std::string, std::size_t, std::less<>> mountAt_; // path -> index in mounts_
    MountFileInfo mountFileInfo_;
 };
 

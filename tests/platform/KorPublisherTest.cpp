@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <stdexcept>
+
 #include <string>
 #include <vector>
 
@@ -111,6 +114,103 @@ TEST(KorPublisher, UnsubscribingDuringNotificationKeepsTheWalk) {
    EXPECT_TRUE(second.log.empty());
    EXPECT_EQ(third.log, (Log{"+x", "+y"}));
    EXPECT_EQ(t->publisher()->subscribers(), 1u);
+}
+
+struct Thrower : Recorder {
+   using Recorder::Recorder;
+   void onAttribute(Kor::AttrId a) override {
+      Recorder::onAttribute(a);
+      if (onEvent) onEvent();
+      throw std::runtime_error(what);
+   }
+   std::string what = "handler failed";
+};
+
+// Attaches `r` to `t` and activates it.
+void attach(Kor::Notifiee& r, const Pelin::Ptr<Table>& t) {
+   r.notifierIs(t.get());
+   r.hasNotificationActiveIs(true);
+}
+
+std::string errorOfLimit(const Pelin::Ptr<Table>& t, int v) {
+   try {
+      t->limitIs(v);
+   } catch (const std::runtime_error& e) {
+      return e.what();
+   }
+   return "no error";
+}
+
+TEST(KorPublisher, ThrowingHandlersLetLaterNotifieesHearAndTheFirstErrorSurfaces) {
+   auto t = Pelin::make<Table>("t");
+   Recorder before, after;
+   Thrower first, second;
+   second.what = "second failed";
+   for (Kor::Notifiee* n : {(Kor::Notifiee*)&before, (Kor::Notifiee*)&first,
+                            (Kor::Notifiee*)&second, (Kor::Notifiee*)&after}) {
+      attach(*n, t);
+   }
+   EXPECT_EQ(errorOfLimit(t, 1), "handler failed");
+   for (Recorder* r : {&before, (Recorder*)&first, (Recorder*)&second, &after}) {
+      EXPECT_EQ(r->log, (Log{"attr1"}));
+   }
+   // The walk ended: changes go on reaching everyone, and slots are not held.
+   first.hasNotificationActiveIs(false);
+   second.hasNotificationActiveIs(false);
+   t->limitIs(2);
+   EXPECT_EQ(after.log, (Log{"attr1", "attr1"}));
+   EXPECT_EQ(t->publisher()->slots(), 2u);
+}
+
+TEST(KorPublisher, AThrowLeavesNoDeadSlotsForLaterUnsubscriptions) {
+   auto t = Pelin::make<Table>("t");
+   Thrower thrower;
+   attach(thrower, t);
+   EXPECT_EQ(errorOfLimit(t, 1), "handler failed");
+   thrower.hasNotificationActiveIs(false);
+   for (int i = 0; i < 1000; ++i) {
+      Recorder r;
+      attach(r, t);
+   }
+   Recorder live;
+   attach(live, t);
+   EXPECT_EQ(t->publisher()->subscribers(), 1u);
+   EXPECT_EQ(t->publisher()->slots(), 1u);
+}
+
+TEST(KorPublisher, UnsubscribingInsideAThrowingWalkIsCleanedUp) {
+   auto t = Pelin::make<Table>("t");
+   Recorder other;
+   Thrower thrower;
+   Recorder last;
+   attach(other, t);
+   attach(thrower, t);
+   attach(last, t);
+   // The handler detaches itself and a notifiee already called, then throws.
+   thrower.onEvent = [&] {
+      thrower.hasNotificationActiveIs(false);
+      other.hasNotificationActiveIs(false);
+   };
+   EXPECT_EQ(errorOfLimit(t, 1), "handler failed");
+   EXPECT_EQ(last.log, (Log{"attr1"}));
+   EXPECT_EQ(t->publisher()->slots(), 1u);
+
+   // A throw from a nested walk leaves both publishers consistent.
+   auto inner = Pelin::make<Table>("inner");
+   Thrower innerThrower;
+   attach(innerThrower, inner);
+   struct Relay : Kor::Notifiee {
+      Pelin::Ptr<Table> to;
+      void onAttribute(Kor::AttrId) override { to->limitIs(to->limit() + 1); }
+   } forward;
+   forward.to = inner;
+   attach(forward, t);
+   EXPECT_EQ(errorOfLimit(t, 2), "handler failed");
+   EXPECT_EQ(innerThrower.log, (Log{"attr1"}));
+   innerThrower.hasNotificationActiveIs(false);
+   EXPECT_EQ(inner->publisher()->slots(), 0u);
+   EXPECT_EQ(last.log, (Log{"attr1", "attr1"}));
+   EXPECT_EQ(t->publisher()->slots(), 2u);
 }
 
 TEST(KorPublisher, ReactionsStopWhileNotifierIsDestroyed) {

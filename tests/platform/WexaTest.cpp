@@ -52,7 +52,18 @@ TEST(WexaTest, EntitiesByPathAndMountsOfThem) {
    EXPECT_NE(provided, nullptr);
    EXPECT_EQ(em->mount("none/here", "Thing", {}), provided); // made once, then found
    EXPECT_EQ(made, 1);
-   EXPECT_EQ(em->mounts().size(), 4u);
+   EXPECT_EQ(em->mounts().size(), 2u);
+}
+
+TEST(WexaTest, MountingAPathAgainKeepsOneRecordOfIt) {
+   auto em = Pelin::make<Wexa::EntityManager>("sys", false);
+   for (int i = 0; i < 1000; ++i) {
+      em->mount("a/x", "Thing", {});
+      em->mount("b", "Thing", {});
+   }
+   em->mount("a/x", "Other", {3, "w"}); // the latest mount of a path is what it records
+   EXPECT_EQ(em->mounts(), (std::vector<Wexa::MountEntry>{{"a/x", "Other", {3, "w"}},
+                                                          {"b", "Thing", {}}}));
 }
 
 TEST(WexaTest, SharedMemoryManagerIsOnePerSystemAndFlag) {

@@ -191,6 +191,58 @@ TEST_F(VrfRootSmTest, SilencedOrDestroyedMachineNoLongerReacts) {
    EXPECT_EQ(ids->publisher()->subscribers(), 0u);
 }
 
+TEST_F(VrfRootSmTest, LongChurnLeavesNothingBehind) {
+   auto sm = start();
+   auto shm = Wexa::sharedMemoryEntityManager("sys", false);
+   const char* vrfs[] = {"red", "blue", "green"};
+   for (int cycle = 0; cycle < 500; ++cycle) {
+      std::uint32_t id = 1;
+      for (const char* vrf : vrfs)
+         up(vrf, id++);
+      for (const char* vrf : vrfs)
+         local->vrf(vrf)->stateIs(0);
+      for (const char* vrf : vrfs)
+         local->vrf(vrf)->stateIs(Ip::vrfStateActive);
+      for (const char* vrf : vrfs) {
+         ids->vrfNameToIdDel(vrf);
+         local->vrfDel(vrf);
+         global->vrfDel(vrf);
+      }
+   }
+   EXPECT_EQ(shm->mounts().size(), 4u)
+       << "one mount per VRF table, however often mounted";
+   EXPECT_EQ(roots->vrfRoot().size(), 1u);
+   // A VRF that lost its id first is deleted under the sentinel id, so the id it had
+   // stays mapped: bounded by the ids ever used, not by the events.
+   EXPECT_LE(roots->aleVrfIdToVrf().size(), 4u);
+   EXPECT_EQ(sm->vrfStatusLocalSm().size(), 0u);
+   for (const Pelin::Node* n :
+        {(const Pelin::Node*)global.get(), (const Pelin::Node*)local.get(),
+         (const Pelin::Node*)ids.get()}) {
+      EXPECT_EQ(n->publisher()->slots(), 1u) << "the machine's one subscription";
+   }
+}
+
+TEST_F(VrfRootSmTest, ReinstantiationFromANotificationLeavesThePublisherWhole) {
+   auto sm = start();
+   up("red", 1);
+   struct Counter : Kor::Notifiee {
+      void onCollection(Kor::AttrId, const Kor::KeyRef&, Kor::Change) override {
+         ++heard;
+      }
+      int heard = 0;
+   } after; // subscribed after the machine
+   after.notifierIs(ids.get());
+   after.hasNotificationActiveIs(true);
+   for (std::uint32_t id = 5; id < 1005; ++id) {
+      EXPECT_THROW(ids->vrfNameToIdIs("red", VrfId(id)), Pelin::ReinstantiationException);
+   }
+   EXPECT_EQ(after.heard, 1000) << "the change still reaches later subscribers";
+   after.hasNotificationActiveIs(false);
+   EXPECT_EQ(ids->publisher()->slots(), 1u);
+   EXPECT_EQ(roots->vrfRoot("red")->vrfId(), VrfId(1)) << "the root is not replaced";
+}
+
 TEST(VrfRootSmDeathTest, NullNameStatusIsAProgrammingError) {
    auto roots = Velt::resolverVrfRootsFactory();
    EXPECT_DEATH(Velt::resolverVrfRootSmFactory(roots, nullptr, nullptr, nullptr, false, nullptr),
