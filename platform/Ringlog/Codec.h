@@ -94,6 +94,12 @@ struct Arg {
       else if constexpr (std::is_integral_v<T>) return intCode<T>();
       else return kStr;
    }
+   static constexpr std::size_t maxSize = [] {
+      if constexpr (codec) return Codec<T>::size;
+      else if constexpr (std::is_floating_point_v<T>) return sizeof(double);
+      else if constexpr (std::is_arithmetic_v<T> || std::is_enum_v<T>) return sizeof(T);
+      else return 2 + kMaxStringBytes;
+   }();
    static std::size_t size(const T& v) {
       if constexpr (codec) return Codec<T>::size;
       else if constexpr (std::is_floating_point_v<T>) return sizeof(double);

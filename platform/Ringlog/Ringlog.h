@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstdint>
 #include <iosfwd>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -50,14 +51,21 @@ struct Line {
 struct Contents {
    std::vector<Line> lines;       // oldest first
    std::uint64_t overwritten = 0; // records lost to wrap-around before the oldest line
+   std::uint64_t cutOff = 0;      // records lost because the file ends early
+   std::uint64_t overwrittenOrCutOff = 0; // older records lost to either; the file cannot tell
    std::uint64_t damaged = 0;     // records lost inside the window (torn or garbage)
    std::uint64_t unfinished = 0;  // records reserved but never completed at the end
    bool truncated = false;        // the file is shorter than its header says
+   bool sitesDamaged = false;     // some message descriptions were unreadable
 };
 
 // Reads a ring file; false with `error` set when it is not one.
 bool read(const std::string& path, Contents& out, std::string& error);
-// Prints a ring file as text lines, oldest first, with notes where records were lost.
+// Decodes the bytes of a ring file held in memory; every byte may be hostile.
+bool decode(std::span<const std::byte> file, Contents& out, std::string& error);
+// Prints decoded contents as text lines, oldest first, with notes where records were lost.
+void print(const Contents& contents, std::ostream& out);
+// Reads and prints a ring file.
 bool dump(const std::string& path, std::ostream& out, std::string* error = nullptr);
 
 namespace detail {
@@ -75,10 +83,10 @@ struct Slot {
    std::uint64_t pos;
    std::uint64_t seq;
 };
-Slot reserveLocked(Ring& r, std::size_t bytes);
 
-inline Slot reserve(Ring& r, std::size_t bytes) {
-   if (Pelin::multiThreaded()) return reserveLocked(r, bytes);
+// Claims `bytes` at the ring's head, padding out the lap when they do not fit before its
+// end. The caller makes it exclusive: one thread, or the ring's lock.
+inline Slot claim(Ring& r, std::size_t bytes) {
    layout::FileHeader& h = *r.header;
    std::uint64_t pos = h.head.load(std::memory_order_relaxed);
    std::uint64_t off = pos & r.mask;
@@ -86,8 +94,8 @@ inline Slot reserve(Ring& r, std::size_t bytes) {
    if (room < bytes) [[unlikely]] {
       if (room >= layout::kRecordHeaderBytes) {
          auto* pad = reinterpret_cast<layout::RecordHeader*>(r.ring + off);
-         std::atomic_ref<std::uint64_t>(pad->stamp).store(
-            layout::stampOf(pos, layout::kPadSite, 0), std::memory_order_release);
+         std::atomic_ref<std::uint64_t>(pad->stamp).store(layout::padStamp(pos),
+                                                          std::memory_order_release);
       }
       pos += room;
       off = 0;
@@ -97,22 +105,46 @@ inline Slot reserve(Ring& r, std::size_t bytes) {
    h.nextSeq.store(seq + 1, std::memory_order_relaxed);
    return {r.ring + off, pos, seq};
 }
+Slot reserveLocked(Ring& r, std::size_t bytes);
+
+inline Slot reserve(Ring& r, std::size_t bytes) {
+   if (Pelin::multiThreaded()) return reserveLocked(r, bytes);
+   return claim(r, bytes);
+}
+
+// Copies an encoded record into its slot with atomic word stores (a lapping writer may
+// store into the same words) and stores the stamp, with its check, last.
+inline void commit(const Slot& s, std::uint16_t site, std::uint16_t bytes,
+                   const std::uint64_t* payload) {
+   layout::Check check(s.pos, site, bytes);
+   check.add(s.seq);
+   auto* words = reinterpret_cast<std::uint64_t*>(s.at);
+   std::atomic_ref<std::uint64_t>(words[0]).store(s.seq, std::memory_order_relaxed);
+   std::size_t n = (bytes - layout::kRecordHeaderBytes) / 8;
+   for (std::size_t i = 0; i < n; ++i) {
+      check.add(payload[i]);
+      std::atomic_ref<std::uint64_t>(words[2 + i]).store(payload[i], std::memory_order_relaxed);
+   }
+   std::atomic_ref<std::uint64_t>(words[1]).store(check.stamp(site, bytes),
+                                                  std::memory_order_release);
+}
 
 template <typename... A>
 void write(const Site& site, const A&... args) {
    Ring* r = gRing.load(std::memory_order_acquire);
    if (!r) return;
-   std::size_t bytes = layout::kRecordHeaderBytes;
-   ((bytes += Arg<A>::size(args)), ...);
-   bytes = (bytes + 7) & ~std::size_t{7};
-   Slot s = reserve(*r, bytes);
-   [[maybe_unused]] std::byte* out = s.at + layout::kRecordHeaderBytes;
+   constexpr std::size_t kMaxWords = ((Arg<A>::maxSize + ... + 0) + 7) / 8;
+   static_assert(layout::kRecordHeaderBytes + 8 * kMaxWords <= layout::kMaxRecordBytes);
+   std::size_t payload = 0;
+   ((payload += Arg<A>::size(args)), ...);
+   std::size_t words = (payload + 7) / 8;
+   // Encoded on the stack first: the ring is only ever stored to in whole atomic words.
+   std::uint64_t buf[kMaxWords ? kMaxWords : 1];
+   if (words) buf[words - 1] = 0; // the padding bytes are checked too
+   [[maybe_unused]] std::byte* out = reinterpret_cast<std::byte*>(buf);
    ((out = Arg<A>::encode(out, args)), ...);
-   auto* rec = reinterpret_cast<layout::RecordHeader*>(s.at);
-   rec->seq = s.seq;
-   std::atomic_ref<std::uint64_t>(rec->stamp).store(
-      layout::stampOf(s.pos, site.index, static_cast<std::uint16_t>(bytes)),
-      std::memory_order_release);
+   auto bytes = static_cast<std::uint16_t>(layout::kRecordHeaderBytes + 8 * words);
+   commit(reserve(*r, bytes), site.index, bytes, buf);
 }
 
 template <typename... A>
