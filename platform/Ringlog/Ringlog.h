@@ -10,6 +10,8 @@
 
 #include <array>
 #include <atomic>
+#include <bit>
+#include <cstring>
 #include <cstdint>
 #include <iosfwd>
 #include <span>
@@ -112,39 +114,78 @@ inline Slot reserve(Ring& r, std::size_t bytes) {
    return claim(r, bytes);
 }
 
-// Copies an encoded record into its slot with atomic word stores (a lapping writer may
-// store into the same words) and stores the stamp, with its check, last.
-inline void commit(const Slot& s, std::uint16_t site, std::uint16_t bytes,
-                   const std::uint64_t* payload) {
-   layout::Check check(s.pos, site, bytes);
-   check.add(s.seq);
-   auto* words = reinterpret_cast<std::uint64_t*>(s.at);
-   std::atomic_ref<std::uint64_t>(words[0]).store(s.seq, std::memory_order_relaxed);
-   std::size_t n = (bytes - layout::kRecordHeaderBytes) / 8;
-   for (std::size_t i = 0; i < n; ++i) {
-      check.add(payload[i]);
-      std::atomic_ref<std::uint64_t>(words[2 + i]).store(payload[i], std::memory_order_relaxed);
+// Streams a record's payload into its slot in whole words: atomic stores, because a
+// lapping writer may store into the same words, each word also fed to the record's check.
+// Built in registers, so nothing is stored and loaded back on the way.
+class WordSink {
+ public:
+   WordSink(std::uint64_t* out, layout::Check check) : out_(out), check_(check) {}
+   const layout::Check& check() const { return check_; }
+   // The low `bytes` (1 to 8) bytes of `v`; its higher bytes are zero.
+   [[gnu::always_inline]] void put(std::uint64_t v, unsigned bytes) {
+      acc_ |= v << (8 * fill_);
+      unsigned room = 8 - fill_;
+      if (bytes < room) {
+         fill_ += bytes;
+         return;
+      }
+      emit(acc_);
+      acc_ = room == 8 ? 0 : v >> (8 * room);
+      fill_ = bytes - room;
    }
-   std::atomic_ref<std::uint64_t>(words[1]).store(check.stamp(site, bytes),
-                                                  std::memory_order_release);
-}
+   [[gnu::always_inline]] void putBytes(const std::byte* p, std::size_t n) {
+      for (; n >= 8; p += 8, n -= 8) put(load<std::uint64_t>(p), 8);
+      if (n >= 4) { // two overlapping loads cover 4 to 7 bytes
+         put(load<std::uint32_t>(p) | std::uint64_t{load<std::uint32_t>(p + n - 4)} << 8 * (n - 4),
+             static_cast<unsigned>(n));
+      } else if (n) {
+         put(std::uint64_t(p[0]) | std::uint64_t(p[n / 2]) << 8 * (n / 2) |
+                std::uint64_t(p[n - 1]) << 8 * (n - 1),
+             static_cast<unsigned>(n));
+      }
+   }
+   void finish() {
+      if (fill_) emit(acc_);
+   }
+
+ private:
+   template <typename T>
+   static T load(const std::byte* p) {
+      T v;
+      std::memcpy(&v, p, sizeof v);
+      return v;
+   }
+   [[gnu::always_inline]] void emit(std::uint64_t w) {
+      check_.add(w);
+      std::atomic_ref<std::uint64_t>(*out_++).store(w, std::memory_order_relaxed);
+   }
+   std::uint64_t* out_;
+   layout::Check check_;
+   std::uint64_t acc_ = 0;
+   unsigned fill_ = 0;
+};
+static_assert(std::endian::native == std::endian::little, "records are little-endian");
 
 template <typename... A>
 void write(const Site& site, const A&... args) {
    Ring* r = gRing.load(std::memory_order_acquire);
    if (!r) return;
-   constexpr std::size_t kMaxWords = ((Arg<A>::maxSize + ... + 0) + 7) / 8;
-   static_assert(layout::kRecordHeaderBytes + 8 * kMaxWords <= layout::kMaxRecordBytes);
+   static_assert(layout::kRecordHeaderBytes + (Arg<A>::maxSize + ... + 7) <=
+                 layout::kMaxRecordBytes);
    std::size_t payload = 0;
    ((payload += Arg<A>::size(args)), ...);
-   std::size_t words = (payload + 7) / 8;
-   // Encoded on the stack first: the ring is only ever stored to in whole atomic words.
-   std::uint64_t buf[kMaxWords ? kMaxWords : 1];
-   if (words) buf[words - 1] = 0; // the padding bytes are checked too
-   [[maybe_unused]] std::byte* out = reinterpret_cast<std::byte*>(buf);
-   ((out = Arg<A>::encode(out, args)), ...);
-   auto bytes = static_cast<std::uint16_t>(layout::kRecordHeaderBytes + 8 * words);
-   commit(reserve(*r, bytes), site.index, bytes, buf);
+   auto bytes = static_cast<std::uint16_t>(layout::kRecordHeaderBytes + (payload + 7) / 8 * 8);
+   Slot s = reserve(*r, bytes);
+   layout::Check check(s.pos, site.index, bytes);
+   check.add(s.seq);
+   auto* words = reinterpret_cast<std::uint64_t*>(s.at);
+   std::atomic_ref<std::uint64_t>(words[0]).store(s.seq, std::memory_order_relaxed);
+   WordSink sink(words + 2, check);
+   (Arg<A>::put(sink, args), ...);
+   sink.finish();
+   // The stamp last: a reader that sees it (acquire) sees the words before it.
+   std::atomic_ref<std::uint64_t>(words[1]).store(sink.check().stamp(site.index, bytes),
+                                                  std::memory_order_release);
 }
 
 template <typename... A>
