@@ -225,11 +225,11 @@ bool fail(std::string& error, const std::string& what) {
 bool readFile(const std::string& path, std::vector<std::byte>& bytes, std::string& error,
               std::size_t limit = SIZE_MAX) {
    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-   if (fd < 0) return fail(error, "cannot open " + path);
+   if (fd < 0) return fail(error, "cannot open");
    struct stat st {};
    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
       ::close(fd);
-      error = path + " is not a regular file";
+      error = "not a regular file";
       return false;
    }
    bytes.resize(std::min<std::size_t>(static_cast<std::size_t>(st.st_size), limit));
@@ -239,7 +239,7 @@ bool readFile(const std::string& path, std::vector<std::byte>& bytes, std::strin
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) {
          ::close(fd);
-         return fail(error, "cannot read " + path);
+         return fail(error, "cannot read");
       }
       if (n == 0) break;
       have += static_cast<std::size_t>(n);

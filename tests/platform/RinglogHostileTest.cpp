@@ -75,7 +75,7 @@ TEST_F(RinglogHostileTest, EmptyAndShortFilesAreNotRingFiles) {
    EXPECT_FALSE(Ringlog::read(path_, c, error));
    EXPECT_EQ(error, "file too short for a ring trace header");
    EXPECT_FALSE(Ringlog::read(tmpPath(""), c, error));
-   EXPECT_EQ(error, tmpPath("") + " is not a regular file");
+   EXPECT_EQ(error, "not a regular file");
 }
 
 TEST_F(RinglogHostileTest, ArgumentBytesNoTypeCanHoldAreReportedNotDecoded) {
