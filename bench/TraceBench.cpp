@@ -1,4 +1,5 @@
 #include "Packet/PacketTrace.h"
+#include "Pelin/Threading.h"
 #include "Ringlog/Ringlog.h"
 #include "Trace/Emit.h"
 
@@ -41,6 +42,21 @@ void BM_RinglogOpen4(benchmark::State& state) {
    Ringlog::close();
 }
 BENCHMARK(BM_RinglogOpen4);
+
+// Writer threads share the ring through its reservation lock.
+void BM_RinglogOpen2Threads(benchmark::State& state) {
+   if (state.thread_index() == 0) {
+      openRing(state);
+      Pelin::multiThreadedIs(true);
+   }
+   std::uint64_t id = 0;
+   for (auto _ : state) VELT_RINGLOG("Bench", 3, "Pkt{}: Step: {}", ++id, 7u);
+   if (state.thread_index() == 0) {
+      Pelin::multiThreadedIs(false);
+      Ringlog::close();
+   }
+}
+BENCHMARK(BM_RinglogOpen2Threads)->Threads(1)->Threads(2);
 
 void BM_RinglogClosed(benchmark::State& state) {
    std::uint64_t id = 0;

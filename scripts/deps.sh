@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the project builds and tests with (run as root).
 set -euo pipefail
-packages=(g++ cmake ninja-build libfmt-dev libgtest-dev libgmock-dev libbenchmark-dev
+packages=(g++ clang cmake ninja-build libfmt-dev libgtest-dev libgmock-dev libbenchmark-dev
           libyaml-cpp-dev libcli11-dev nlohmann-json3-dev libpcap-dev iproute2
           pkg-config)
 missing=()

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is needed, then builds and runs the whole suite twice: a normal build and
 # a build under AddressSanitizer + UndefinedBehaviorSanitizer, with warnings as errors.
-# Then checks what ships: the normal build installed, and the library built alone.
+# Then the tests that share memory between threads or processes under ThreadSanitizer,
+# and what ships: the normal build installed, and the library built alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
@@ -20,6 +21,7 @@ run_suite() { # <build dir> <extra cmake args...>
 run_suite build
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
    run_suite build-sanitize -DVELT_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
+bash scripts/tsan.sh build-tsan
 bash scripts/install-check.sh build
 bash scripts/install-check.sh
 echo "== all suites passed"

@@ -94,29 +94,41 @@ struct Arg {
       else if constexpr (std::is_integral_v<T>) return intCode<T>();
       else return kStr;
    }
+   static constexpr std::size_t maxSize = [] {
+      if constexpr (codec) return Codec<T>::size;
+      else if constexpr (std::is_floating_point_v<T>) return sizeof(double);
+      else if constexpr (std::is_arithmetic_v<T> || std::is_enum_v<T>) return sizeof(T);
+      else return 2 + kMaxStringBytes;
+   }();
    static std::size_t size(const T& v) {
       if constexpr (codec) return Codec<T>::size;
       else if constexpr (std::is_floating_point_v<T>) return sizeof(double);
       else if constexpr (std::is_arithmetic_v<T> || std::is_enum_v<T>) return sizeof(T);
       else return 2 + clip(v).size();
    }
-   static std::byte* encode(std::byte* out, const T& v) {
+   // Streams the encoded value into `sink` (see detail::WordSink).
+   template <typename Sink>
+   [[gnu::always_inline]] static void put(Sink& sink, const T& v) {
       if constexpr (codec) {
-         Codec<T>::encode(v, out);
-         return out + Codec<T>::size;
+         if constexpr (std::is_base_of_v<TrivialCodec<T, Codec<T>::typeCode>, Codec<T>>) {
+            sink.putBytes(reinterpret_cast<const std::byte*>(&v), sizeof(T));
+         } else {
+            std::array<std::byte, Codec<T>::size> raw;
+            Codec<T>::encode(v, raw.data());
+            sink.putBytes(raw.data(), raw.size());
+         }
       } else if constexpr (std::is_floating_point_v<T>) {
-         double d = v;
-         std::memcpy(out, &d, sizeof d);
-         return out + sizeof d;
-      } else if constexpr (std::is_arithmetic_v<T> || std::is_enum_v<T>) {
-         std::memcpy(out, &v, sizeof v);
-         return out + sizeof v;
+         sink.put(std::bit_cast<std::uint64_t>(static_cast<double>(v)), sizeof(double));
+      } else if constexpr (std::is_enum_v<T>) {
+         sink.put(static_cast<std::make_unsigned_t<std::underlying_type_t<T>>>(v), sizeof(T));
+      } else if constexpr (std::is_same_v<T, bool>) {
+         sink.put(v ? 1 : 0, 1);
+      } else if constexpr (std::is_arithmetic_v<T>) {
+         sink.put(static_cast<std::make_unsigned_t<T>>(v), sizeof(T));
       } else {
          std::string_view s = clip(v);
-         auto n = static_cast<std::uint16_t>(s.size());
-         std::memcpy(out, &n, 2);
-         if (n) std::memcpy(out + 2, s.data(), n); // a null const char* has no data
-         return out + 2 + n;
+         sink.put(s.size(), 2);
+         sink.putBytes(reinterpret_cast<const std::byte*>(s.data()), s.size());
       }
    }
    static std::string_view clip(const T& v) {

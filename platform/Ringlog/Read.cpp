@@ -1,15 +1,19 @@
-// The reader side of Ringlog: decodes a ring file of this or another process. Everything
-// read from the file is checked before use, so a truncated, half-written or foreign file
-// yields notes and lost counts rather than a crash.
+// The reader side of Ringlog: decodes a ring file of this or another process. The file is
+// hostile: every offset and size is checked before use with arithmetic that cannot wrap,
+// so a truncated, half-written, torn or crafted file yields notes and lost counts, never
+// a read outside the file's bytes.
+#include "Ringlog/Message.h"
 #include "Ringlog/Ringlog.h"
 
-#include <fmt/args.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <algorithm>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <optional>
 #include <ostream>
-#include <unordered_map>
 
 namespace Ringlog {
 
@@ -17,31 +21,35 @@ namespace {
 
 using namespace layout;
 
-struct SiteInfo {
-   std::string handle;
-   std::string format;
-   int level;
-   std::vector<std::uint16_t> codes;
-};
+constexpr std::uint64_t kMaxSiteAreaBytes = std::uint64_t{1} << 30;
+constexpr std::uint64_t kMaxOffset = std::uint64_t{1} << 40;
+constexpr std::uint64_t kMaxPosition = std::uint64_t{1} << 62; // no writer gets this far
+// Checking a candidate record hashes all its words; torn records are rare, so a real file
+// needs about one word per word of ring, and a crafted one is cut short at this many.
+constexpr std::uint64_t kHashBudgetPerWord = 16;
 
-struct Image {
-   std::vector<std::byte> bytes;
-   FileHeader header; // copied out: the file may be misaligned or short
-};
+// The bytes [offset, offset + length) of `file` that it holds, possibly fewer or none.
+std::span<const std::byte> clip(std::span<const std::byte> file, std::uint64_t offset,
+                                std::uint64_t length) {
+   if (offset >= file.size()) return {};
+   return file.subspan(offset, std::min<std::uint64_t>(length, file.size() - offset));
+}
 
 template <typename T>
-T load(const std::byte* p) {
+T load(std::span<const std::byte> bytes, std::size_t at) {
    T v;
-   std::memcpy(&v, p, sizeof v);
+   std::memcpy(&v, bytes.data() + at, sizeof v);
    return v;
 }
 
-bool readHeader(const std::vector<std::byte>& bytes, FileHeader& h, std::string& error) {
-   if (bytes.size() < sizeof(FileHeader)) {
+// Copies the header out (the file may be misaligned) and checks that its layout is one a
+// writer makes; what is wrong is named in `error`.
+bool readHeader(std::span<const std::byte> file, FileHeader& h, std::string& error) {
+   if (file.size() < sizeof(FileHeader)) {
       error = "file too short for a ring trace header";
       return false;
    }
-   std::memcpy(static_cast<void*>(&h), bytes.data(), sizeof h);
+   std::memcpy(static_cast<void*>(&h), file.data(), sizeof h);
    if (h.magic != kMagic) {
       error = "not a ring trace file (bad magic number)";
       return false;
@@ -50,181 +58,228 @@ bool readHeader(const std::vector<std::byte>& bytes, FileHeader& h, std::string&
       error = fmt::format("unsupported ring trace version {}", h.version);
       return false;
    }
-   bool sane = h.ringBytes >= kMinRingBytes && (h.ringBytes & (h.ringBytes - 1)) == 0 &&
-               h.siteAreaOffset >= sizeof(FileHeader) && h.siteAreaBytes <= (1u << 30) &&
-               h.ringOffset >= h.siteAreaOffset + h.siteAreaBytes && h.ringBytes < (1ull << 40);
-   if (!sane) error = "ring trace header is damaged";
-   return sane;
-}
-
-std::unordered_map<std::uint16_t, SiteInfo> readSites(const Image& img) {
-   std::unordered_map<std::uint16_t, SiteInfo> sites;
-   const FileHeader& h = img.header;
-   std::uint64_t end = std::min<std::uint64_t>(h.siteAreaBytes, h.siteBytesUsed.load());
-   end = std::min<std::uint64_t>(end + h.siteAreaOffset, img.bytes.size());
-   std::uint64_t at = h.siteAreaOffset;
-   while (at + sizeof(SiteEntry) <= end) {
-      auto e = load<SiteEntry>(img.bytes.data() + at);
-      if (e.bytes < sizeof e || e.bytes % 8 || at + e.bytes > end) break;
-      const char* p = reinterpret_cast<const char*>(img.bytes.data() + at + sizeof e);
-      const char* stop = reinterpret_cast<const char*>(img.bytes.data() + at + e.bytes);
-      SiteInfo s{{}, {}, e.level, {}};
-      for (unsigned i = 0; i < e.argCount && p + 2 <= stop; ++i, p += 2)
-         s.codes.push_back(load<std::uint16_t>(reinterpret_cast<const std::byte*>(p)));
-      const char* handleEnd = static_cast<const char*>(std::memchr(p, 0, stop - p));
-      if (s.codes.size() != e.argCount || !handleEnd) break;
-      const char* formatEnd =
-         static_cast<const char*>(std::memchr(handleEnd + 1, 0, stop - handleEnd - 1));
-      if (!formatEnd) break;
-      s.handle.assign(p, handleEnd);
-      s.format.assign(handleEnd + 1, formatEnd);
-      sites[static_cast<std::uint16_t>(e.index)] = std::move(s);
-      at += e.bytes;
-   }
-   return sites;
-}
-
-// Decodes one argument into the store; false when the bytes run out or the type is unknown.
-bool decodeArg(std::uint16_t code, const std::byte*& p, const std::byte* end,
-               fmt::dynamic_format_arg_store<fmt::format_context>& args) {
-   auto fixed = [&](std::size_t n) { return static_cast<std::size_t>(end - p) >= n; };
-   auto take = [&](auto v) {
-      if (!fixed(sizeof v)) return false;
-      std::memcpy(&v, p, sizeof v);
-      p += sizeof v;
-      args.push_back(v);
-      return true;
+   auto damaged = [&](const char* what, std::uint64_t value) {
+      error = fmt::format("ring trace header is damaged: {} {} is out of range", what, value);
+      return false;
    };
-   switch (code) {
-      case kI8: return take(std::int8_t{});
-      case kI16: return take(std::int16_t{});
-      case kI32: return take(std::int32_t{});
-      case kI64: return take(std::int64_t{});
-      case kU8: return take(std::uint8_t{});
-      case kU16: return take(std::uint16_t{});
-      case kU32: return take(std::uint32_t{});
-      case kU64: return take(std::uint64_t{});
-      case kBool: return take(bool{});
-      case kF64: return take(double{});
-      case kStr: {
-         if (!fixed(2)) return false;
-         auto n = load<std::uint16_t>(p);
-         if (!fixed(2u + n)) return false;
-         args.push_back(std::string(reinterpret_cast<const char*>(p + 2), n));
-         p += 2 + n;
-         return true;
-      }
-      default: {
-         Decoder d = decoderFor(code);
-         if (!d.decode || !fixed(d.size)) return false;
-         args.push_back(d.decode(p));
-         p += d.size;
-         return true;
-      }
-   }
+   if (h.ringBytes < kMinRingBytes || h.ringBytes > kMaxRingBytes ||
+       (h.ringBytes & (h.ringBytes - 1)) != 0)
+      return damaged("ring size", h.ringBytes);
+   if (h.siteAreaOffset < sizeof(FileHeader) || h.siteAreaOffset > kMaxOffset)
+      return damaged("message table offset", h.siteAreaOffset);
+   if (h.siteAreaBytes > kMaxSiteAreaBytes) return damaged("message table size", h.siteAreaBytes);
+   // Both terms are bounded above, so the sum cannot wrap.
+   if (h.ringOffset < h.siteAreaOffset + h.siteAreaBytes || h.ringOffset > kMaxOffset)
+      return damaged("ring offset", h.ringOffset);
+   if (h.head.load() > kMaxPosition) return damaged("ring head", h.head.load());
+   if (h.nextSeq.load() > kMaxPosition) return damaged("next sequence number", h.nextSeq.load());
+   return true;
 }
 
-std::string decodeText(const SiteInfo& site, const std::byte* p, const std::byte* end) {
-   fmt::dynamic_format_arg_store<fmt::format_context> args;
-   for (std::uint16_t code : site.codes) {
-      if (!decodeArg(code, p, end, args))
-         return fmt::format("{} [undecodable argument of type {}]", site.format, code);
+// The ring as far as the file holds it.
+struct RingView {
+   std::span<const std::byte> bytes;
+   std::uint64_t size; // as the header says: a power of two
+   bool holds(std::uint64_t off, std::uint64_t n) const {
+      return off <= bytes.size() && n <= bytes.size() - off;
    }
-   try {
-      return fmt::vformat(site.format, args);
-   } catch (const fmt::format_error& e) {
-      return fmt::format("{} [format error: {}]", site.format, e.what());
+};
+
+// The record at `pos` when its stamp's check matches its bytes, else its stamp is ignored.
+struct Record {
+   std::uint64_t seq;
+   std::uint16_t site;
+   std::uint16_t bytes;
+};
+std::optional<Record> recordAt(const RingView& ring, std::uint64_t pos, std::uint64_t head,
+                               std::uint64_t& budget) {
+   std::uint64_t off = pos & (ring.size - 1);
+   auto rec = load<RecordHeader>(ring.bytes, off);
+   auto site = static_cast<std::uint16_t>(rec.stamp >> 16);
+   auto bytes = static_cast<std::uint16_t>(rec.stamp);
+   if (site == kPadSite) {
+      if (rec.stamp != padStamp(pos)) return std::nullopt;
+      return Record{0, site, 0};
    }
+   if (bytes < kRecordHeaderBytes || bytes % 8 || bytes > ring.size - off ||
+       !ring.holds(off, bytes) || bytes > head - pos || bytes / 8 > budget)
+      return std::nullopt;
+   budget -= bytes / 8;
+   Check check(pos, site, bytes);
+   check.add(rec.seq);
+   for (std::size_t at = off + kRecordHeaderBytes; at < off + bytes; at += 8)
+      check.add(load<std::uint64_t>(ring.bytes, at));
+   if (check.stamp(site, bytes) != rec.stamp) return std::nullopt;
+   return Record{rec.seq, site, bytes};
 }
 
-// Walks the window of the last ringBytes written, oldest first.
-void walk(const Image& img, std::uint64_t head, std::uint64_t oldest,
-          const std::unordered_map<std::uint16_t, SiteInfo>& sites, Contents& out) {
-   const FileHeader& h = img.header;
-   const std::uint64_t size = h.ringBytes;
-   const std::byte* ring = img.bytes.data() + h.ringOffset;
-   const std::uint64_t have =
-      img.bytes.size() > h.ringOffset ? img.bytes.size() - h.ringOffset : 0;
-   std::uint64_t expect = 0; // next sequence number expected
-   bool first = true;
-   for (std::uint64_t pos = (oldest + 7) & ~7ull; pos + kRecordHeaderBytes <= head;) {
-      std::uint64_t off = pos & (size - 1);
-      if (size - off < kRecordHeaderBytes) {
-         pos += size - off;
-         continue;
+// Walks the window [oldest, head) of the ring, oldest first, and counts what is missing.
+class Walk {
+ public:
+   Walk(const RingView& ring, const reader::Messages& messages, bool wrapped, Contents& out)
+       : ring_(ring), messages_(messages), out_(out), wrapped_(wrapped),
+         budget_(kHashBudgetPerWord * (ring.bytes.size() / 8) + kMaxRecordBytes) {}
+
+   void run(std::uint64_t oldest, std::uint64_t head, std::uint64_t nextSeq) {
+      std::uint64_t pos = (oldest + 7) & ~std::uint64_t{7};
+      while (pos < head && head - pos >= kRecordHeaderBytes) {
+         std::uint64_t off = pos & (ring_.size - 1);
+         std::uint64_t toLapEnd = ring_.size - off;
+         if (toLapEnd < kRecordHeaderBytes) {
+            pos += toLapEnd;
+         } else if (!ring_.holds(off, kRecordHeaderBytes)) {
+            cut_ = true; // the rest of this lap is past the end of the file
+            pos += toLapEnd;
+         } else if (auto rec = recordAt(ring_, pos, head, budget_); !rec) {
+            pos += 8;
+         } else if (rec->site == kPadSite) {
+            pos += toLapEnd;
+         } else if (first_ || rec->seq >= expect_) {
+            take(*rec, off);
+            pos += rec->bytes;
+         } else {
+            pos += 8;
+         }
       }
-      if (off + kRecordHeaderBytes > have) break; // the rest of the file is missing
-      auto rec = load<RecordHeader>(ring + off);
-      auto site = static_cast<std::uint16_t>(rec.stamp >> 16);
-      auto bytes = static_cast<std::uint16_t>(rec.stamp);
-      if (static_cast<std::uint32_t>(rec.stamp >> 32) != posCheck(pos)) {
-         pos += 8;
-         continue;
-      }
-      if (site == kPadSite) {
-         pos += size - off;
-         continue;
-      }
-      bool whole = bytes >= kRecordHeaderBytes && bytes % 8 == 0 && off + bytes <= size &&
-                   off + bytes <= have && pos + bytes <= head && (first || rec.seq >= expect);
-      if (!whole) {
-         pos += 8;
-         continue;
-      }
-      if (first) out.overwritten = rec.seq;
-      else out.damaged += rec.seq - expect;
-      first = false;
-      expect = rec.seq + 1;
-      auto it = sites.find(site);
+      finish(head, nextSeq);
+   }
+
+ private:
+   void take(const Record& rec, std::uint64_t off) {
+      std::uint64_t lost = rec.seq - (first_ ? 0 : expect_);
+      if (first_) (cut_ ? olderCut() : out_.overwritten) += lost;
+      else (cut_ ? out_.cutOff : out_.damaged) += lost;
+      first_ = false;
+      cut_ = false;
+      expect_ = rec.seq + 1;
       Line line{rec.seq, "?", 0, {}};
-      if (it == sites.end()) {
-         line.text = fmt::format("[record of unknown message {}]", site);
+      auto it = messages_.find(rec.site);
+      if (it == messages_.end()) {
+         line.text = fmt::format("[record of unknown message {}]", rec.site);
       } else {
          line.handle = it->second.handle;
          line.level = it->second.level;
-         line.text = decodeText(it->second, ring + off + kRecordHeaderBytes, ring + off + bytes);
+         auto args = ring_.bytes.subspan(off + kRecordHeaderBytes, rec.bytes - kRecordHeaderBytes);
+         line.text = reader::textOf(it->second, args);
       }
-      out.lines.push_back(std::move(line));
-      pos += bytes;
+      out_.lines.push_back(std::move(line));
    }
-   std::uint64_t next = h.nextSeq.load();
-   if (first) out.overwritten = next; // nothing readable: every record is gone
-   else if (next > expect) out.unfinished = next - expect;
+
+   void finish(std::uint64_t head, std::uint64_t nextSeq) {
+      cut_ = cut_ || out_.truncated;
+      if (first_) { // nothing readable
+         if (cut_) olderCut() = nextSeq;
+         else (head > ring_.size ? out_.overwritten : out_.damaged) = nextSeq;
+      } else if (nextSeq > expect_) {
+         (cut_ ? out_.cutOff : out_.unfinished) = nextSeq - expect_;
+      }
+   }
+
+   // Records before the first readable one, when the walk skipped missing bytes to get
+   // there: only a ring that never wrapped says they were all cut off.
+   std::uint64_t& olderCut() {
+      return wrapped_ ? out_.overwrittenOrCutOff : out_.cutOff;
+   }
+
+   const RingView& ring_;
+   const reader::Messages& messages_;
+   Contents& out_;
+   bool wrapped_;
+   std::uint64_t budget_; // words left to hash: bounds the work a crafted file can cause
+   bool first_ = true;
+   bool cut_ = false;         // bytes were missing since the last record taken
+   std::uint64_t expect_ = 0; // next sequence number expected
+};
+
+// `headAfter` is the head as a second look at the file found it: records older than the
+// window it implies may have been overwritten while the bytes were copied.
+bool decodeWith(std::span<const std::byte> file, std::uint64_t headAfter, Contents& out,
+                std::string& error) {
+   FileHeader h;
+   if (!readHeader(file, h, error)) return false;
+   out = Contents{};
+   std::uint64_t ringEnd = h.ringOffset + h.ringBytes; // bounded, cannot wrap
+   out.truncated = file.size() < ringEnd;
+
+   std::uint64_t tableBytes = std::min<std::uint64_t>(h.siteAreaBytes, h.siteBytesUsed.load());
+   auto table = clip(file, h.siteAreaOffset, tableBytes);
+   bool damaged = false;
+   reader::Messages messages = reader::parseMessages(table, damaged);
+   out.sitesDamaged = damaged && table.size() == tableBytes;
+
+   RingView ring{clip(file, h.ringOffset, h.ringBytes), h.ringBytes};
+   std::uint64_t head = h.head.load();
+   headAfter = std::clamp(headAfter, head, kMaxPosition);
+   std::uint64_t oldest = headAfter > h.ringBytes ? headAfter - h.ringBytes : 0;
+   Walk walk(ring, messages, head > h.ringBytes, out);
+   walk.run(oldest, head, h.nextSeq.load());
+   return true;
 }
 
-bool readFile(const std::string& path, std::vector<std::byte>& bytes, std::string& error) {
-   std::ifstream in(path, std::ios::binary);
-   if (!in) {
-      error = "cannot open " + path;
+bool fail(std::string& error, const std::string& what) {
+   error = what + ": " + std::strerror(errno);
+   return false;
+}
+
+// Reads the first `limit` bytes of a regular file, or all of it.
+bool readFile(const std::string& path, std::vector<std::byte>& bytes, std::string& error,
+              std::size_t limit = SIZE_MAX) {
+   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+   if (fd < 0) return fail(error, "cannot open");
+   struct stat st {};
+   if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+      ::close(fd);
+      error = "not a regular file";
       return false;
    }
-   std::vector<char> raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-   bytes.resize(raw.size());
-   std::memcpy(bytes.data(), raw.data(), raw.size());
+   bytes.resize(std::min<std::size_t>(static_cast<std::size_t>(st.st_size), limit));
+   std::size_t have = 0;
+   while (have < bytes.size()) { // the file may shrink meanwhile
+      ssize_t n = ::read(fd, bytes.data() + have, bytes.size() - have);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+         ::close(fd);
+         return fail(error, "cannot read");
+      }
+      if (n == 0) break;
+      have += static_cast<std::size_t>(n);
+   }
+   ::close(fd);
+   bytes.resize(have);
    return true;
 }
 
 } // namespace
 
+bool decode(std::span<const std::byte> file, Contents& out, std::string& error) {
+   return decodeWith(file, 0, out, error);
+}
+
 bool read(const std::string& path, Contents& out, std::string& error) {
-   Image img;
-   if (!readFile(path, img.bytes, error) || !readHeader(img.bytes, img.header, error))
-      return false;
-   out = Contents{};
-   out.truncated = img.bytes.size() < img.header.ringOffset + img.header.ringBytes;
-   // A live writer may have moved on while the copy was made: records older than the
-   // window seen after the copy may have been overwritten during it.
-   std::uint64_t head = img.header.head.load();
-   std::uint64_t headAfter = head;
+   std::vector<std::byte> bytes;
+   if (!readFile(path, bytes, error)) return false;
    std::vector<std::byte> again;
    std::string ignored;
    FileHeader later;
-   if (readFile(path, again, ignored) && readHeader(again, later, ignored))
-      headAfter = std::max(head, later.head.load());
-   std::uint64_t size = img.header.ringBytes;
-   std::uint64_t oldest = headAfter > size ? headAfter - size : 0;
-   walk(img, head, oldest, readSites(img), out);
-   return true;
+   std::uint64_t headAfter = 0;
+   if (readFile(path, again, ignored, sizeof(FileHeader)) && readHeader(again, later, ignored))
+      headAfter = later.head.load();
+   return decodeWith(bytes, headAfter, out, error);
+}
+
+void print(const Contents& c, std::ostream& out) {
+   auto note = [&](std::uint64_t n, const char* what) {
+      if (n) out << fmt::format("-- {} {} --\n", n, what);
+   };
+   if (c.truncated) out << "-- file is truncated; records past its end are missing --\n";
+   if (c.sitesDamaged) out << "-- message table is damaged; some messages are unknown --\n";
+   note(c.overwritten, "older records lost to wrap-around");
+   note(c.overwrittenOrCutOff, "older records lost to wrap-around or truncation");
+   for (const Line& l : c.lines)
+      out << fmt::format("{} {}/{} {}\n", l.seq, l.handle, l.level, l.text);
+   note(c.damaged, "records lost to damage");
+   note(c.cutOff, "records lost to truncation");
+   note(c.unfinished, "records unfinished at the end");
 }
 
 bool dump(const std::string& path, std::ostream& out, std::string* error) {
@@ -234,12 +289,7 @@ bool dump(const std::string& path, std::ostream& out, std::string* error) {
       if (error) *error = why;
       return false;
    }
-   if (c.truncated) out << "-- file is truncated; records past its end are missing --\n";
-   if (c.overwritten) out << fmt::format("-- {} older records lost to wrap-around --\n", c.overwritten);
-   for (const Line& l : c.lines)
-      out << fmt::format("{} {}/{} {}\n", l.seq, l.handle, l.level, l.text);
-   if (c.damaged) out << fmt::format("-- {} records lost to damage --\n", c.damaged);
-   if (c.unfinished) out << fmt::format("-- {} records unfinished at the end --\n", c.unfinished);
+   print(c, out);
    return true;
 }
 

@@ -129,24 +129,9 @@ void close() {
 detail::Slot detail::reserveLocked(Ring& r, std::size_t bytes) {
    while (r.busy.test_and_set(std::memory_order_acquire)) {
    }
-   // Single-threaded reservation, made exclusive by the flag.
-   FileHeader& h = *r.header;
-   std::uint64_t pos = h.head.load(std::memory_order_relaxed);
-   std::uint64_t off = pos & r.mask;
-   std::uint64_t room = r.mask + 1 - off;
-   if (room < bytes) {
-      if (room >= kRecordHeaderBytes) {
-         auto* pad = reinterpret_cast<RecordHeader*>(r.ring + off);
-         std::atomic_ref<std::uint64_t>(pad->stamp).store(stampOf(pos, kPadSite, 0),
-                                                          std::memory_order_release);
-      }
-      pos += room;
-      off = 0;
-   }
-   h.head.store(pos + bytes, std::memory_order_relaxed);
-   std::uint64_t seq = h.nextSeq.fetch_add(1, std::memory_order_relaxed);
+   Slot s = claim(r, bytes);
    r.busy.clear(std::memory_order_release);
-   return {r.ring + off, pos, seq};
+   return s;
 }
 
 bool registerDecoder(std::uint16_t code, std::size_t size, const char* typeName,

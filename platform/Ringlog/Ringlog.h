@@ -10,8 +10,11 @@
 
 #include <array>
 #include <atomic>
+#include <bit>
+#include <cstring>
 #include <cstdint>
 #include <iosfwd>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -50,14 +53,21 @@ struct Line {
 struct Contents {
    std::vector<Line> lines;       // oldest first
    std::uint64_t overwritten = 0; // records lost to wrap-around before the oldest line
+   std::uint64_t cutOff = 0;      // records lost because the file ends early
+   std::uint64_t overwrittenOrCutOff = 0; // older records lost to either; the file cannot tell
    std::uint64_t damaged = 0;     // records lost inside the window (torn or garbage)
    std::uint64_t unfinished = 0;  // records reserved but never completed at the end
    bool truncated = false;        // the file is shorter than its header says
+   bool sitesDamaged = false;     // some message descriptions were unreadable
 };
 
 // Reads a ring file; false with `error` set when it is not one.
 bool read(const std::string& path, Contents& out, std::string& error);
-// Prints a ring file as text lines, oldest first, with notes where records were lost.
+// Decodes the bytes of a ring file held in memory; every byte may be hostile.
+bool decode(std::span<const std::byte> file, Contents& out, std::string& error);
+// Prints decoded contents as text lines, oldest first, with notes where records were lost.
+void print(const Contents& contents, std::ostream& out);
+// Reads and prints a ring file.
 bool dump(const std::string& path, std::ostream& out, std::string* error = nullptr);
 
 namespace detail {
@@ -75,10 +85,10 @@ struct Slot {
    std::uint64_t pos;
    std::uint64_t seq;
 };
-Slot reserveLocked(Ring& r, std::size_t bytes);
 
-inline Slot reserve(Ring& r, std::size_t bytes) {
-   if (Pelin::multiThreaded()) return reserveLocked(r, bytes);
+// Claims `bytes` at the ring's head, padding out the lap when they do not fit before its
+// end. The caller makes it exclusive: one thread, or the ring's lock.
+inline Slot claim(Ring& r, std::size_t bytes) {
    layout::FileHeader& h = *r.header;
    std::uint64_t pos = h.head.load(std::memory_order_relaxed);
    std::uint64_t off = pos & r.mask;
@@ -86,8 +96,8 @@ inline Slot reserve(Ring& r, std::size_t bytes) {
    if (room < bytes) [[unlikely]] {
       if (room >= layout::kRecordHeaderBytes) {
          auto* pad = reinterpret_cast<layout::RecordHeader*>(r.ring + off);
-         std::atomic_ref<std::uint64_t>(pad->stamp).store(
-            layout::stampOf(pos, layout::kPadSite, 0), std::memory_order_release);
+         std::atomic_ref<std::uint64_t>(pad->stamp).store(layout::padStamp(pos),
+                                                          std::memory_order_release);
       }
       pos += room;
       off = 0;
@@ -97,22 +107,85 @@ inline Slot reserve(Ring& r, std::size_t bytes) {
    h.nextSeq.store(seq + 1, std::memory_order_relaxed);
    return {r.ring + off, pos, seq};
 }
+Slot reserveLocked(Ring& r, std::size_t bytes);
+
+inline Slot reserve(Ring& r, std::size_t bytes) {
+   if (Pelin::multiThreaded()) return reserveLocked(r, bytes);
+   return claim(r, bytes);
+}
+
+// Streams a record's payload into its slot in whole words: atomic stores, because a
+// lapping writer may store into the same words, each word also fed to the record's check.
+// Built in registers, so nothing is stored and loaded back on the way.
+class WordSink {
+ public:
+   WordSink(std::uint64_t* out, layout::Check check) : out_(out), check_(check) {}
+   const layout::Check& check() const { return check_; }
+   // The low `bytes` (1 to 8) bytes of `v`; its higher bytes are zero.
+   [[gnu::always_inline]] void put(std::uint64_t v, unsigned bytes) {
+      acc_ |= v << (8 * fill_);
+      unsigned room = 8 - fill_;
+      if (bytes < room) {
+         fill_ += bytes;
+         return;
+      }
+      emit(acc_);
+      acc_ = room == 8 ? 0 : v >> (8 * room);
+      fill_ = bytes - room;
+   }
+   [[gnu::always_inline]] void putBytes(const std::byte* p, std::size_t n) {
+      for (; n >= 8; p += 8, n -= 8) put(load<std::uint64_t>(p), 8);
+      if (n >= 4) { // two overlapping loads cover 4 to 7 bytes
+         put(load<std::uint32_t>(p) | std::uint64_t{load<std::uint32_t>(p + n - 4)} << 8 * (n - 4),
+             static_cast<unsigned>(n));
+      } else if (n) {
+         put(std::uint64_t(p[0]) | std::uint64_t(p[n / 2]) << 8 * (n / 2) |
+                std::uint64_t(p[n - 1]) << 8 * (n - 1),
+             static_cast<unsigned>(n));
+      }
+   }
+   void finish() {
+      if (fill_) emit(acc_);
+   }
+
+ private:
+   template <typename T>
+   static T load(const std::byte* p) {
+      T v;
+      std::memcpy(&v, p, sizeof v);
+      return v;
+   }
+   [[gnu::always_inline]] void emit(std::uint64_t w) {
+      check_.add(w);
+      std::atomic_ref<std::uint64_t>(*out_++).store(w, std::memory_order_relaxed);
+   }
+   std::uint64_t* out_;
+   layout::Check check_;
+   std::uint64_t acc_ = 0;
+   unsigned fill_ = 0;
+};
+static_assert(std::endian::native == std::endian::little, "records are little-endian");
 
 template <typename... A>
 void write(const Site& site, const A&... args) {
    Ring* r = gRing.load(std::memory_order_acquire);
    if (!r) return;
-   std::size_t bytes = layout::kRecordHeaderBytes;
-   ((bytes += Arg<A>::size(args)), ...);
-   bytes = (bytes + 7) & ~std::size_t{7};
+   static_assert(layout::kRecordHeaderBytes + (Arg<A>::maxSize + ... + 7) <=
+                 layout::kMaxRecordBytes);
+   std::size_t payload = 0;
+   ((payload += Arg<A>::size(args)), ...);
+   auto bytes = static_cast<std::uint16_t>(layout::kRecordHeaderBytes + (payload + 7) / 8 * 8);
    Slot s = reserve(*r, bytes);
-   [[maybe_unused]] std::byte* out = s.at + layout::kRecordHeaderBytes;
-   ((out = Arg<A>::encode(out, args)), ...);
-   auto* rec = reinterpret_cast<layout::RecordHeader*>(s.at);
-   rec->seq = s.seq;
-   std::atomic_ref<std::uint64_t>(rec->stamp).store(
-      layout::stampOf(s.pos, site.index, static_cast<std::uint16_t>(bytes)),
-      std::memory_order_release);
+   layout::Check check(s.pos, site.index, bytes);
+   check.add(s.seq);
+   auto* words = reinterpret_cast<std::uint64_t*>(s.at);
+   std::atomic_ref<std::uint64_t>(words[0]).store(s.seq, std::memory_order_relaxed);
+   WordSink sink(words + 2, check);
+   (Arg<A>::put(sink, args), ...);
+   sink.finish();
+   // The stamp last: a reader that sees it (acquire) sees the words before it.
+   std::atomic_ref<std::uint64_t>(words[1]).store(sink.check().stamp(site.index, bytes),
+                                                  std::memory_order_release);
 }
 
 template <typename... A>

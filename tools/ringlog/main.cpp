@@ -12,7 +12,9 @@ constexpr const char* kUsage =
    "usage: velt-ringlog <ring-file>\n"
    "Prints the binary trace lines of a ring file, oldest first, as\n"
    "  <seq> <handle>/<level> <text>\n"
-   "with notes for records lost to wrap-around, damage or an unfinished write.\n"
+   "with notes for records lost to wrap-around, truncation, damage or an unfinished\n"
+   "write. A damaged or crafted file is read record by record; what is unreadable is\n"
+   "counted, never printed.\n"
    "Exit status: 0 printed, 1 the file is not a readable ring file, 2 bad usage.\n";
 
 } // namespace

@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Builds, with clang and ThreadSanitizer, only the tests that share memory between threads
+# or processes (every test source that starts a thread or forks, and the ring trace tests),
+# and runs them. Usage: scripts/tsan.sh [build dir, default build-tsan]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+dir=${1:-build-tsan}
+
+# Test binaries named in tests/*/CMakeLists.txt by velt_test(<name> <sources...>) whose
+# sources use threads or fork.
+threaded=$(grep -rlE 'std::(j)?thread|std::async|pthread_create|\bfork\(' tests --include='*.cpp' |
+              xargs -n1 basename | sort -u)
+targets=(RinglogTest RinglogThreadsTest)
+declare -A where=([RinglogTest]=tests/platform [RinglogThreadsTest]=tests/platform)
+for list in tests/*/CMakeLists.txt; do
+   while read -r name sources; do
+      for s in $sources; do
+         if grep -qx "$(basename "$s")" <<<"$threaded" && [ -z "${where[$name]:-}" ]; then
+            targets+=("$name")
+            where[$name]=$(dirname "$list")
+         fi
+      done
+   done < <(sed -nE 's/^velt_test\(([A-Za-z0-9_]+) ([^)]*)\).*/\1 \2/p' "$list")
+done
+echo "== ThreadSanitizer tests: ${targets[*]}"
+
+CXX=${TSAN_CXX:-clang++} cmake -S . -B "$dir" -G Ninja -DVELT_TSAN=ON \
+   -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build "$dir" -j "$(nproc)" --target "${targets[@]}"
+
+mkdir -p "$dir/tmp"
+export VELT_TEST_TMP=$PWD/$dir/tmp
+export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 ${TSAN_OPTIONS:-}"
+failed=()
+for t in "${targets[@]}"; do
+   echo "== $t"
+   "$dir/${where[$t]}/$t" --gtest_brief=1 || failed+=("$t")
+done
+if [ ${#failed[@]} -gt 0 ]; then
+   echo "== ThreadSanitizer failures in: ${failed[*]}"
+   exit 1
+fi
+echo "== ThreadSanitizer tests passed"
