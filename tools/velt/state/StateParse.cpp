@@ -7,6 +7,7 @@
 #include "Lumo/FecIdIntfId.h"
 #include "Quarn/Fec.h"
 #include "Wexa/Paths.h"
+#include "velt/state/RouteIndex.h"
 #include "velt/state/State.h"
 #include "velt/state/YamlTree.h"
 
@@ -14,6 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -21,9 +23,8 @@
 #include <initializer_list>
 #include <map>
 #include <memory>
-#include <set>
 #include <tuple>
-#include <unordered_map>
+#include <unordered_set>
 
 namespace VeltState {
 
@@ -84,35 +85,41 @@ std::string fecTypeNames() {
    return out + "or a number up to 255";
 }
 
-// The keys of one mapping so far, each allowed and written once.
+// The keys of one mapping so far, each allowed and written once. Kept without allocating:
+// a mapping holds at most the keys allowed in it.
 class KeyCheck {
  public:
+   static constexpr std::size_t maxKeys = 5;
+
    KeyCheck(std::string_view what, std::initializer_list<std::string_view> allowed)
        : what_(what), allowed_(allowed) {}
 
    // Raises StateError through `fail` for a key not allowed or already seen.
    template <class Fail>
-   void add(const std::string& key, Position at, Fail&& fail) {
-      bool known = false;
-      for (std::string_view a : allowed_)
-         known = known || a == key;
+   void add(std::string_view key, Position at, Fail&& fail) {
+      const std::string_view* known = nullptr;
+      for (const std::string_view& a : allowed_)
+         if (a == key) known = &a;
       if (!known) {
          fail(at, fmt::format("unknown key '{}' in {}; allowed: {}", key, what_,
                               joined(allowed_)));
       }
-      for (const auto& [k, first] : keys_) {
-         if (k == key) {
+      for (std::size_t i = 0; i < count_; ++i) {
+         if (keys_[i] == key) {
             fail(at, fmt::format("duplicate key '{}' in {} (first at {})", key, what_,
-                                 where(first)));
+                                 where(firsts_[i])));
          }
       }
-      keys_.emplace_back(key, at);
+      keys_[count_] = *known; // the allowed list's text outlives the mapping's
+      firsts_[count_++] = at;
    }
 
  private:
    std::string_view what_;
    std::initializer_list<std::string_view> allowed_;
-   std::vector<std::pair<std::string, Position>> keys_;
+   std::array<std::string_view, maxKeys> keys_;
+   std::array<Position, maxKeys> firsts_;
+   std::size_t count_ = 0;
 };
 
 // A reference checked once every table is read.
@@ -157,13 +164,13 @@ class Parser {
          map.eachEntry([&](const YamlNode& key, const YamlNode& value) {
             check.add(parser.scalar(key, "a key"), key.pos,
                       [&](Position p, const std::string& s) { parser.fail(p, s); });
-            entries_.emplace_back(&key, &value);
+            entries_[count_++] = {&key, &value};
          });
       }
 
       const YamlNode* operator[](std::string_view key) const {
-         for (const auto& [k, v] : entries_) {
-            if (k->value == key) return v;
+         for (std::size_t i = 0; i < count_; ++i) {
+            if (entries_[i].first->value == key) return entries_[i].second;
          }
          return nullptr;
       }
@@ -177,7 +184,8 @@ class Parser {
       const Parser& parser_;
       const YamlNode& map_;
       std::string_view what_;
-      std::vector<std::pair<const YamlNode*, const YamlNode*>> entries_;
+      std::array<std::pair<const YamlNode*, const YamlNode*>, KeyCheck::maxKeys> entries_;
+      std::size_t count_ = 0;
    };
 
    // ---- streamed collections ----
@@ -192,11 +200,17 @@ class Parser {
    const YamlNode& gather() { return tree_.gather(events_); }
 
    // Runs `check` now when the sections it needs are read, else once the state is.
-   void whenRead(bool ready, std::function<void()> check) {
+   template <class F>
+   void whenRead(bool ready, F&& check) {
       if (ready)
          check();
       else
-         lateChecks_.push_back(std::move(check));
+         lateChecks_.emplace_back(std::forward<F>(check));
+   }
+   // Checks `ref` now when its FEC is known already, else once every table is read.
+   void refer(const LateRef& ref) {
+      if (ref.kind == LateRef::viaFec || !fecIds_[ref.table].contains(ref.fec))
+         lateRefs_.push_back(ref);
    }
 
    // ---- values ----
@@ -362,8 +376,7 @@ class Parser {
    void parseTables();
    void checkTableName(const std::string& name, Position at) const;
    void parseTable(std::size_t t);
-   void parseRoute(std::size_t t, const YamlNode& item,
-                   std::unordered_map<Lumo::IpGenPrefix, Position>& seen);
+   void parseRoute(std::size_t t, const YamlNode& item, RouteIndex& seen);
    FecEntry parseFec(std::size_t t, const YamlNode& item,
                      std::map<FecId, Position>& seen);
    ViaEntry parseVia(std::size_t t, const YamlNode& item);
@@ -380,7 +393,7 @@ class Parser {
    std::map<std::string, Position> vrfs_;        // declared, and "default"
    std::map<std::uint32_t, std::string> vrfIds_; // id -> VRF name
    std::map<std::uint32_t, std::size_t> intfs_;  // interface -> index
-   std::vector<std::set<FecId>> fecIds_;         // per table
+   std::vector<std::unordered_set<FecId>> fecIds_; // per table
    std::vector<std::function<void()>> lateChecks_; // sections written before what they need
    std::vector<LateRef> lateRefs_;
 };
@@ -606,7 +619,7 @@ void Parser::checkTableName(const std::string& name, Position at) const {
 
 void Parser::parseTable(std::size_t t) {
    std::map<FecId, Position> fecsSeen;
-   std::unordered_map<Lumo::IpGenPrefix, Position> routesSeen;
+   RouteIndex routesSeen(state_.tables[t].routes);
    eachKey("a table", {"fecs", "routes"}, [&](const std::string& key, Position) {
       if (key == "fecs") {
          eachItem("fecs", [&](const YamlNode& item) {
@@ -621,8 +634,7 @@ void Parser::parseTable(std::size_t t) {
    });
 }
 
-void Parser::parseRoute(std::size_t t, const YamlNode& item,
-                        std::unordered_map<Lumo::IpGenPrefix, Position>& seen) {
+void Parser::parseRoute(std::size_t t, const YamlNode& item, RouteIndex& seen) {
    Fields r(*this, item, "a route", {"prefix", "fec"});
    RouteEntry route;
    route.pos = item.pos;
@@ -630,14 +642,14 @@ void Parser::parseRoute(std::size_t t, const YamlNode& item,
    route.prefix = prefix(prefixNode);
    const YamlNode& fecNode = r.required("fec");
    route.fec = fecId(fecNode, "FEC id");
-   auto [it, fresh] = seen.emplace(route.prefix, route.pos);
-   if (!fresh) {
+   std::vector<RouteEntry>& routes = state_.tables[t].routes;
+   if (const RouteEntry* first =
+           seen.findOrAdd(route.prefix, static_cast<std::uint32_t>(routes.size()))) {
       fail(prefixNode, fmt::format("duplicate route {} in table '{}' (first at {})",
-                                   route.prefix, state_.tables[t].name, where(it->second)));
+                                   route.prefix, state_.tables[t].name, where(first->pos)));
    }
-   lateRefs_.push_back(
-       {LateRef::routeFec, static_cast<std::uint32_t>(t), fecNode.pos, route.fec, {}});
-   state_.tables[t].routes.push_back(std::move(route));
+   refer({LateRef::routeFec, static_cast<std::uint32_t>(t), fecNode.pos, route.fec, {}});
+   routes.push_back(std::move(route));
 }
 
 FecEntry Parser::parseFec(std::size_t t, const YamlNode& item,
@@ -696,10 +708,10 @@ ViaEntry Parser::parseVia(std::size_t t, const YamlNode& item) {
       fail(item, "a via needs at least one of interface, hop and fecId");
    }
    auto table = static_cast<std::uint32_t>(t);
-   if (fecNode) lateRefs_.push_back({LateRef::viaFec, table, fecNode->pos, via.fecId, via.intf});
+   if (fecNode) refer({LateRef::viaFec, table, fecNode->pos, via.fecId, via.intf});
    if (Lumo::FecIdIntfId::isFecIdIntfId(via.intf)) {
-      lateRefs_.push_back({LateRef::viaIntf, table, intfNode->pos,
-                           Lumo::FecIdIntfId::intfIdToFecId(via.intf), via.intf});
+      refer({LateRef::viaIntf, table, intfNode->pos, Lumo::FecIdIntfId::intfIdToFecId(via.intf),
+             via.intf});
    }
    return via;
 }

@@ -108,12 +108,15 @@ void YamlEvents::fill() {
             replay_.pop_back();
             continue;
          }
+         const bool first = r.next == r.begin;
+         const Position at = r.at;
          const Recorded& rec = recorded_[r.next++];
          if (rec.alias) {
-            replay_.push_back({rec.begin, rec.end});
+            replay_.push_back({rec.begin, rec.begin, rec.end, first ? at : rec.event.pos});
             continue;
          }
          current_ = rec.event;
+         if (first) current_.pos = at;
          if (current_.kind == EventKind::scalar || current_.kind == EventKind::sequenceStart ||
              current_.kind == EventKind::mappingStart) {
             if (++aliasNodes_ > maxAliasNodes) {
@@ -225,7 +228,7 @@ void YamlEvents::startAlias(std::string_view anchor, Position at) {
       ref.end = end;
       recorded_.push_back(std::move(ref));
    }
-   replay_.push_back({begin, end});
+   replay_.push_back({begin, begin, end, at});
 }
 
 } // namespace VeltState

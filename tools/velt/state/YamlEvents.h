@@ -67,8 +67,10 @@ class YamlEvents {
       std::size_t begin;
       int depth;
    };
+   // An alias being replayed; its first event is placed where the alias is written.
    struct Replay {
-      std::size_t next, end;
+      std::size_t begin, next, end;
+      Position at;
    };
 
    void fill();

@@ -1,5 +1,7 @@
 #include "velt/state/YamlTree.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 namespace VeltState {
@@ -13,6 +15,10 @@ const YamlNode& YamlTree::gather(YamlEvents& events) {
 // The recursion is as deep as the node, which the events keep below their depth limit.
 std::size_t YamlTree::gatherAt(YamlEvents& events) {
    const std::size_t i = used_++;
+   if (used_ > maxNodes) {
+      events.fail(nodes_[0].pos, fmt::format("this element holds more than {} YAML nodes",
+                                             maxNodes));
+   }
    if (nodes_.size() < used_) nodes_.emplace_back();
    YamlEvent& e = events.take();
    YamlNode& n = nodes_[i];

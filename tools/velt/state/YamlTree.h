@@ -45,6 +45,9 @@ struct YamlNode {
 // Gathers nodes, reusing its storage from one node to the next.
 class YamlTree {
  public:
+   // The most nodes one element may hold; a FEC with 600 vias holds some 5,500.
+   static constexpr std::size_t maxNodes = 100'000;
+
    // The next node of `events`, whole; valid until the next call.
    const YamlNode& gather(YamlEvents& events);
 
