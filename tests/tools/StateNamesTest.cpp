@@ -5,6 +5,9 @@
 #include "Shm/SharedTables.h"
 #include "Wexa/EntityManager.h"
 #include "Wexa/Paths.h"
+#include "kernel/ImportState.h"
+#include "kernel/InterfaceNames.h"
+#include "kernel/KernelState.h"
 #include "kernel/TableVrf.h"
 #include "velt/state/SharedState.h"
 
@@ -74,6 +77,19 @@ TEST(NameRule, LinuxTableOptionsAndStateDatabasePathsFollowIt) {
          ADD_FAILURE() << bad << " accepted";
       } catch (const std::invalid_argument& e) {
          EXPECT_THAT(e.what(), HasSubstr("cannot name a table")) << bad;
+      }
+   }
+   // A VRF device is named by whoever made it: a name no folder can have is refused.
+   for (const char* name : {"..", "red blue", "\xc3\xa9"}) {
+      VeltLinux::KernelState kernel;
+      kernel.links.push_back(VeltLinux::KernelLink{1, "lo", true, true, "", 0, 0});
+      kernel.links.push_back(VeltLinux::KernelLink{7, name, true, false, "vrf", 10, 0});
+      try {
+         VeltLinux::importState(kernel, {});
+         ADD_FAILURE() << name << " imported";
+      } catch (const VeltLinux::ImportError& e) {
+         EXPECT_THAT(e.what(), HasSubstr("VRF name " + Wexa::Paths::shownName(name) +
+                                         " cannot name a table"));
       }
    }
    auto em = Pelin::make<Wexa::EntityManager>("sys", false);

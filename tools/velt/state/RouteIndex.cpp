@@ -17,30 +17,34 @@ std::uint64_t hashOf(const Lumo::IpGenPrefix& p) {
 
 } // namespace
 
-std::size_t RouteIndex::slotOf(const Lumo::IpGenPrefix& prefix) const {
+std::size_t RouteIndex::slotOf(const Lumo::IpGenPrefix& prefix, std::uint64_t hash) const {
    const std::size_t mask = slots_.size() - 1;
-   std::size_t s = hashOf(prefix) & mask;
-   while (slots_[s] != empty && routes_[slots_[s]].prefix != prefix)
-      s = (s + 1) & mask;
-   return s;
+   const auto tag = static_cast<std::uint32_t>(hash >> 32);
+   std::size_t s = hash & mask;
+   for (;; s = (s + 1) & mask) {
+      const Slot& slot = slots_[s];
+      if (slot.index == UINT32_MAX) return s;
+      if (slot.tag == tag && routes_[slot.index].prefix == prefix) return s;
+   }
 }
 
 const RouteEntry* RouteIndex::findOrAdd(const Lumo::IpGenPrefix& prefix,
                                         std::uint32_t index) {
    if ((used_ + 1) * 2 > slots_.size()) grow();
-   std::size_t s = slotOf(prefix);
-   if (slots_[s] != empty) return &routes_[slots_[s]];
-   slots_[s] = index;
+   const std::uint64_t hash = hashOf(prefix);
+   Slot& slot = slots_[slotOf(prefix, hash)];
+   if (slot.index != UINT32_MAX) return &routes_[slot.index];
+   slot = {index, static_cast<std::uint32_t>(hash >> 32)};
    ++used_;
    return nullptr;
 }
 
 // Kept at most half full, so that probes stay short.
 void RouteIndex::grow() {
-   std::vector<std::uint32_t> old(slots_.empty() ? 1024 : slots_.size() * 2, empty);
+   std::vector<Slot> old(slots_.empty() ? 1024 : slots_.size() * 2);
    old.swap(slots_);
-   for (std::uint32_t i : old) {
-      if (i != empty) slots_[slotOf(routes_[i].prefix)] = i;
+   for (const Slot& s : old) {
+      if (s.index != UINT32_MAX) slots_[slotOf(routes_[s.index].prefix, hashOf(routes_[s.index].prefix))] = s;
    }
 }
 

@@ -1,6 +1,7 @@
 // Finds a table's routes by prefix while the table is read, to report a prefix written
-// twice: an open-addressing set of indices into the routes, 4 bytes a slot, so that a
-// million routes cost megabytes and no allocation each.
+// twice: an open-addressing set of indices into the routes, 8 bytes a slot, so that a
+// million routes cost megabytes and no allocation each. Each slot keeps part of its
+// prefix's hash beside the index, so that most probes never read the route.
 #pragma once
 #include "velt/state/State.h"
 
@@ -18,12 +19,15 @@ class RouteIndex {
    const RouteEntry* findOrAdd(const Lumo::IpGenPrefix& prefix, std::uint32_t index);
 
  private:
-   static constexpr std::uint32_t empty = UINT32_MAX;
+   struct Slot {
+      std::uint32_t index = UINT32_MAX; // UINT32_MAX: empty
+      std::uint32_t tag = 0;
+   };
    void grow();
-   std::size_t slotOf(const Lumo::IpGenPrefix& prefix) const;
+   std::size_t slotOf(const Lumo::IpGenPrefix& prefix, std::uint64_t hash) const;
 
    const std::vector<RouteEntry>& routes_;
-   std::vector<std::uint32_t> slots_;
+   std::vector<Slot> slots_;
    std::size_t used_ = 0;
 };
 
