@@ -17,22 +17,25 @@ bool componentByte(char c) {
 
 std::string componentProblem(std::string_view name) {
    if (name.empty()) return "it is empty";
-   if (name == "." || name == "..") return fmt::format("'{}' names a folder already", name);
+   if (name == "." || name == "..")
+      return fmt::format("'{}' names a folder already", name);
    if (name.size() > maxComponent) {
-      return fmt::format("it is {} bytes long; at most {} allowed", name.size(), maxComponent);
+      return fmt::format("it is {} bytes long; at most {} allowed", name.size(),
+                         maxComponent);
    }
    for (std::size_t i = 0; i < name.size(); ++i) {
       if (componentByte(name[i])) continue;
       auto byte = static_cast<unsigned char>(name[i]);
-      return fmt::format("byte {} ({}) at offset {} is not a letter, digit, '_', '-', '.' "
-                         "or ':'",
-                         fmt::format("0x{:02x}", byte),
-                         name[i] == '/'   ? "'/' separates folders"
-                         : byte == ' '    ? "a space"
-                         : byte >= 0x80   ? "not ASCII"
-                         : byte < 0x20    ? "a control character"
-                                          : fmt::format("'{}'", name[i]),
-                         i);
+      return fmt::format(
+          "byte {} ({}) at offset {} is not a letter, digit, '_', '-', '.' "
+          "or ':'",
+          fmt::format("0x{:02x}", byte),
+          name[i] == '/' ? "'/' separates folders"
+          : byte == ' '  ? "a space"
+          : byte >= 0x80 ? "not ASCII"
+          : byte < 0x20  ? "a control character"
+                         : fmt::format("'{}'", name[i]),
+          i);
    }
    return {};
 }

@@ -582,7 +582,6 @@ TEST(StateTables, CapacityHoldsWideFecsAndManyRoutes) {
    EXPECT_EQ(fwd->routeLookup(ip("10.19.135.1"))->fecId, gen((19 * 256 + 135) % 40 + 1));
 }
 
-
 // ---- hostile text ----
 
 // The reader's error for `text`, or "accepted".
@@ -602,22 +601,25 @@ TEST(StateFileHostile, StrayCommasAreSyntaxErrorsNotHangs) {
       EXPECT_EQ(error.rfind("t.yaml:", 0), 0u) << error;
       EXPECT_NE(error, "accepted");
    }
-   EXPECT_EQ(errorOf("vrfs:\n  - {name: a, id: 1}\n,"),
-             "t.yaml:3:1: YAML syntax error: did not find expected key while parsing a block "
-             "mapping at 1:1");
+   EXPECT_EQ(
+       errorOf("vrfs:\n  - {name: a, id: 1}\n,"),
+       "t.yaml:3:1: YAML syntax error: did not find expected key while parsing a block "
+       "mapping at 1:1");
 }
 
 TEST(StateFileHostile, BadBytesAreReportedWhereTheyAre) {
    EXPECT_EQ(errorOf("vrfs: []\ntables:\n  de\xff:\n"),
              "t.yaml:3:5: YAML syntax error: invalid leading UTF-8 octet (byte 0xff)");
-   EXPECT_NE(errorOf(std::string("vrfs: []\n\0", 10)).find("t.yaml:2:1: YAML syntax error"),
-             std::string::npos);
+   EXPECT_NE(
+       errorOf(std::string("vrfs: []\n\0", 10)).find("t.yaml:2:1: YAML syntax error"),
+       std::string::npos);
 }
 
 TEST(StateFileHostile, DeepNestingIsRefusedNotRecursedInto) {
-   const std::string deep = "vrfs:\n  - " + std::string(100000, '[') +
-                            std::string(100000, ']') + "\n";
-   EXPECT_NE(errorOf(deep).find("collections nested more than 64 deep"), std::string::npos)
+   const std::string deep =
+       "vrfs:\n  - " + std::string(100000, '[') + std::string(100000, ']') + "\n";
+   EXPECT_NE(errorOf(deep).find("collections nested more than 64 deep"),
+             std::string::npos)
        << errorOf(deep);
 }
 
@@ -672,13 +674,17 @@ TEST(StateFileAliases, AliasesMeanTheAnchorWrittenBeforeThem) {
              "t.yaml:3:5: alias *v names no complete node anchored before it");
    // A later anchor of the same name does not change what an earlier alias meant: the
    // replayed neighbour is still in VRF red, and so the same as the first.
-   EXPECT_EQ(errorOf("vrfs: [{name: &n red, id: 1}, {name: blue, id: 2}]\n"
-                     "interfaces: [{name: Ethernet1, vrf: red}, {name: Ethernet2, vrf: blue}]\n"
-                     "neighbours:\n"
-                     "  - &x {vrf: *n, interface: Ethernet1, ip: 10.0.0.2, mac: \"02:00:00:00:00:01\"}\n"
-                     "  - {vrf: &n blue, interface: Ethernet2, ip: 10.0.0.3, mac: \"02:00:00:00:00:01\"}\n"
-                     "  - *x\n"),
-             "t.yaml:6:5: duplicate neighbour 10.0.0.2 on Ethernet1 in VRF 'red' (first at 4:5)");
+   EXPECT_EQ(
+       errorOf("vrfs: [{name: &n red, id: 1}, {name: blue, id: 2}]\n"
+               "interfaces: [{name: Ethernet1, vrf: red}, {name: Ethernet2, vrf: blue}]\n"
+               "neighbours:\n"
+               "  - &x {vrf: *n, interface: Ethernet1, ip: 10.0.0.2, mac: "
+               "\"02:00:00:00:00:01\"}\n"
+               "  - {vrf: &n blue, interface: Ethernet2, ip: 10.0.0.3, mac: "
+               "\"02:00:00:00:00:01\"}\n"
+               "  - *x\n"),
+       "t.yaml:6:5: duplicate neighbour 10.0.0.2 on Ethernet1 in VRF 'red' (first at "
+       "4:5)");
 }
 
 TEST(StateFileAliases, ABombIsRefusedQuickly) {

@@ -1,6 +1,6 @@
-// Names that become paths (VRF and table names) follow one rule wherever they enter: state
-// files, the Linux import's options, the state database and the shared-table writer; and
-// whatever a name holds, the writer makes nothing outside its folder.
+// Names that become paths (VRF and table names) follow one rule wherever they enter:
+// state files, the Linux import's options, the state database and the shared-table
+// writer; and whatever a name holds, the writer makes nothing outside its folder.
 #include "Pelin/Exception.h"
 #include "Shm/SharedTables.h"
 #include "Wexa/EntityManager.h"
@@ -14,8 +14,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fmt/format.h>
 #include <filesystem>
+#include <fmt/format.h>
 #include <random>
 #include <unistd.h>
 
@@ -25,19 +25,33 @@ using namespace VeltState;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
-const std::vector<std::string> hostileNames = {
-    "..", ".", "../..", "a/b", "/", "", std::string("a\0b", 3), "red blue", "\xc3\xa9t\xc3\xa9",
-    "tab\t", std::string(101, 'v'), "../../../../../../../../tmp/x", "a/../b", "\\x", "*"};
+const std::vector<std::string> hostileNames = {"..",
+                                               ".",
+                                               "../..",
+                                               "a/b",
+                                               "/",
+                                               "",
+                                               std::string("a\0b", 3),
+                                               "red blue",
+                                               "\xc3\xa9t\xc3\xa9",
+                                               "tab\t",
+                                               std::string(101, 'v'),
+                                               "../../../../../../../../tmp/x",
+                                               "a/../b",
+                                               "\\x",
+                                               "*"};
 
 TEST(NameRule, RefusesWhatCannotBeOnePathComponent) {
-   for (const std::string& good : std::vector<std::string>{"red", "default", "unified", "Vrf-1.2_a:b", "...",
-                                   "..a", std::string(100, 'v')}) {
+   for (const std::string& good :
+        std::vector<std::string>{"red", "default", "unified", "Vrf-1.2_a:b", "...", "..a",
+                                 std::string(100, 'v')}) {
       EXPECT_EQ(Wexa::Paths::componentProblem(good), "") << good;
    }
    for (const std::string& bad : hostileNames)
       EXPECT_NE(Wexa::Paths::componentProblem(bad), "") << Wexa::Paths::shownName(bad);
-   EXPECT_EQ(Wexa::Paths::componentProblem("red blue"),
-             "byte 0x20 (a space) at offset 3 is not a letter, digit, '_', '-', '.' or ':'");
+   EXPECT_EQ(
+       Wexa::Paths::componentProblem("red blue"),
+       "byte 0x20 (a space) at offset 3 is not a letter, digit, '_', '-', '.' or ':'");
    EXPECT_THAT(Wexa::Paths::componentProblem("a/b"), HasSubstr("'/' separates folders"));
    EXPECT_THAT(Wexa::Paths::componentProblem(".."), HasSubstr("names a folder already"));
    EXPECT_EQ(Wexa::Paths::shownName(std::string("a\0'\xc3", 4)), "'a\\x00\\x27\\xc3'");
@@ -57,17 +71,22 @@ TEST(NameRule, StateFilesNameTheTableWhereItIsWritten) {
       return "vrfs:\n  - {name: " + quotedName + ", id: 1}\ntables:\n  " + quotedName +
              ": {}\n";
    };
-   EXPECT_EQ(errorOf(file("\"../..\"")),
-             "t.yaml:4:3: table name '../..' cannot name a folder: byte 0x2f ('/' separates "
-             "folders) at offset 2 is not a letter, digit, '_', '-', '.' or ':'");
-   EXPECT_THAT(errorOf(file("..")), HasSubstr("t.yaml:4:3: table name '..' cannot name a folder"));
-   EXPECT_THAT(errorOf(file("\"red blue\"")), HasSubstr("t.yaml:4:3: table name 'red blue'"));
-   EXPECT_THAT(errorOf(file("\"\\0\"")),
-               HasSubstr("t.yaml:4:3: table name '\\x00' cannot name a folder: byte 0x00 (a "
-                         "control character)"));
+   EXPECT_EQ(
+       errorOf(file("\"../..\"")),
+       "t.yaml:4:3: table name '../..' cannot name a folder: byte 0x2f ('/' separates "
+       "folders) at offset 2 is not a letter, digit, '_', '-', '.' or ':'");
+   EXPECT_THAT(errorOf(file("..")),
+               HasSubstr("t.yaml:4:3: table name '..' cannot name a folder"));
+   EXPECT_THAT(errorOf(file("\"red blue\"")),
+               HasSubstr("t.yaml:4:3: table name 'red blue'"));
+   EXPECT_THAT(
+       errorOf(file("\"\\0\"")),
+       HasSubstr("t.yaml:4:3: table name '\\x00' cannot name a folder: byte 0x00 (a "
+                 "control character)"));
    EXPECT_THAT(errorOf(file("\xc3\xa9")), HasSubstr("byte 0xc3 (not ASCII) at offset 0"));
    // A VRF without a table never becomes a path, so its name is free.
-   EXPECT_EQ(parseState("vrfs:\n  - {name: \"red blue\", id: 1}\n", "t.yaml").vrfs.size(), 1u);
+   EXPECT_EQ(parseState("vrfs:\n  - {name: \"red blue\", id: 1}\n", "t.yaml").vrfs.size(),
+             1u);
 }
 
 TEST(NameRule, LinuxTableOptionsAndStateDatabasePathsFollowIt) {
@@ -94,15 +113,17 @@ TEST(NameRule, LinuxTableOptionsAndStateDatabasePathsFollowIt) {
    }
    auto em = Pelin::make<Wexa::EntityManager>("sys", false);
    auto node = Pelin::make<Pelin::Node>();
-   for (const char* bad : {"forwardingGen/../rib", "a/./b", "forwardingGen/red blue/rib", ".."}) {
+   for (const char* bad :
+        {"forwardingGen/../rib", "a/./b", "forwardingGen/red blue/rib", ".."}) {
       EXPECT_THROW(em->entityIs(bad, node), Pelin::Exception) << bad;
       EXPECT_THROW(em->mount(bad, "T", {}), Pelin::Exception) << bad;
    }
    try {
       em->entityIs("forwardingGen/red blue/rib", node);
    } catch (const Pelin::Exception& e) {
-      EXPECT_THAT(e.what(), HasSubstr("state database path 'forwardingGen/red blue/rib' is "
-                                      "malformed: component 'red blue': byte 0x20"));
+      EXPECT_THAT(e.what(),
+                  HasSubstr("state database path 'forwardingGen/red blue/rib' is "
+                            "malformed: component 'red blue': byte 0x20"));
    }
 }
 
@@ -123,7 +144,11 @@ class WriterNames : public testing::Test {
       TableEntry t;
       t.name = name;
       t.fecs.push_back(FecEntry{Quarn::Fib::FecId(Quarn::Fib::AdjType::fibGenAdj, 1),
-                                Quarn::FibGen::FecType::drop, false, 0, {}, {}});
+                                Quarn::FibGen::FecType::drop,
+                                false,
+                                0,
+                                {},
+                                {}});
       s.tables.push_back(t);
       return s;
    }
@@ -148,7 +173,8 @@ class WriterNames : public testing::Test {
       return written;
    }
 
-   const fs::path base = fs::path(VELT_TEST_TMP) / fmt::format("writer-names-{}", ::getpid());
+   const fs::path base =
+       fs::path(VELT_TEST_TMP) / fmt::format("writer-names-{}", ::getpid());
    const fs::path folder = base / "tables";
 };
 
@@ -161,7 +187,8 @@ TEST_F(WriterNames, HostileNamesAreRefusedAndMakeNothingOutside) {
 
 TEST_F(WriterNames, RandomNamesAreWrittenExactlyWhenTheRuleAllowsThem) {
    // Short names over an alphabet rich in separators and odd bytes.
-   const std::string alphabet = std::string("./a:- \t\\", 8) + std::string(1, '\0') + "\xc3";
+   const std::string alphabet =
+       std::string("./a:- \t\\", 8) + std::string(1, '\0') + "\xc3";
    std::mt19937 random(15);
    for (int round = 0; round < 150; ++round) {
       std::string name;
@@ -176,7 +203,8 @@ TEST_F(WriterNames, ALinkInsideTheFolderDoesNotLeadTheWriterOut) {
    fs::create_directories(folder);
    fs::create_directory_symlink(base / "outside", folder / "forwardingGen");
    try {
-      createSharedTables(stateNamed("red"), folder.string(), capacityFor({stateNamed("red")}));
+      createSharedTables(stateNamed("red"), folder.string(),
+                         capacityFor({stateNamed("red")}));
       ADD_FAILURE() << "wrote through the link";
    } catch (const Pelin::Exception& e) {
       EXPECT_THAT(e.what(), HasSubstr("leads outside it"));

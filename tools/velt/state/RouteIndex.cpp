@@ -17,7 +17,8 @@ std::uint64_t hashOf(const Lumo::IpGenPrefix& p) {
 
 } // namespace
 
-std::size_t RouteIndex::slotOf(const Lumo::IpGenPrefix& prefix, std::uint64_t hash) const {
+std::size_t RouteIndex::slotOf(const Lumo::IpGenPrefix& prefix,
+                               std::uint64_t hash) const {
    const std::size_t mask = slots_.size() - 1;
    const auto tag = static_cast<std::uint32_t>(hash >> 32);
    std::size_t s = hash & mask;
@@ -44,7 +45,8 @@ void RouteIndex::grow() {
    std::vector<Slot> old(slots_.empty() ? 1024 : slots_.size() * 2);
    old.swap(slots_);
    for (const Slot& s : old) {
-      if (s.index != UINT32_MAX) slots_[slotOf(routes_[s.index].prefix, hashOf(routes_[s.index].prefix))] = s;
+      if (s.index != UINT32_MAX)
+         slots_[slotOf(routes_[s.index].prefix, hashOf(routes_[s.index].prefix))] = s;
    }
 }
 

@@ -225,7 +225,8 @@ class Parser {
    // Null is an empty list, so that "vias:" with nothing after it reads naturally.
    const YamlNode& sequence(const YamlNode& n, std::string_view what) const {
       if (!n.isNull() && n.kind != NodeKind::sequence) {
-         fail(n, fmt::format("expected a sequence for {}, found {}", what, kindOf(n.kind)));
+         fail(n,
+              fmt::format("expected a sequence for {}, found {}", what, kindOf(n.kind)));
       }
       return n;
    }
@@ -264,8 +265,8 @@ class Parser {
    Lumo::IntfId l3IntfName(const YamlNode& n, std::string_view what) const {
       Lumo::IntfId id = intfName(n, what);
       if (Lumo::FecIdIntfId::isFecIdIntfId(id)) {
-         fail(n, fmt::format("{} stands for a FEC, it cannot be an L3 interface",
-                             n.value));
+         fail(n,
+              fmt::format("{} stands for a FEC, it cannot be an L3 interface", n.value));
       }
       return id;
    }
@@ -370,9 +371,9 @@ class Parser {
 
    void parseVrf(const YamlNode& item, bool& defaultDeclared);
    void parseInterface(const YamlNode& item);
-   void parseNeighbour(const YamlNode& item,
-                       std::map<std::tuple<std::string, std::uint32_t, Lumo::IpGenAddr>,
-                                Position>& seen);
+   void parseNeighbour(
+       const YamlNode& item,
+       std::map<std::tuple<std::string, std::uint32_t, Lumo::IpGenAddr>, Position>& seen);
    void parseTables();
    void checkTableName(const std::string& name, Position at) const;
    void parseTable(std::size_t t);
@@ -389,18 +390,19 @@ class Parser {
    State state_;
    struct {
       bool unifiedFec = false, vrfs = false, interfaces = false;
-   } read_;                                      // the sections read so far
-   std::map<std::string, Position> vrfs_;        // declared, and "default"
-   std::map<std::uint32_t, std::string> vrfIds_; // id -> VRF name
-   std::map<std::uint32_t, std::size_t> intfs_;  // interface -> index
+   } read_;                                        // the sections read so far
+   std::map<std::string, Position> vrfs_;          // declared, and "default"
+   std::map<std::uint32_t, std::string> vrfIds_;   // id -> VRF name
+   std::map<std::uint32_t, std::size_t> intfs_;    // interface -> index
    std::vector<std::unordered_set<FecId>> fecIds_; // per table
-   std::vector<std::function<void()>> lateChecks_; // sections written before what they need
+   std::vector<std::function<void()>>
+       lateChecks_; // sections written before what they need
    std::vector<LateRef> lateRefs_;
 };
 
 template <class F>
-void Parser::eachKey(std::string_view what, std::initializer_list<std::string_view> allowed,
-                     F&& f) {
+void Parser::eachKey(std::string_view what,
+                     std::initializer_list<std::string_view> allowed, F&& f) {
    const YamlEvent& start = events_.peek();
    if (kindOf(start) == NodeKind::null) {
       events_.take();
@@ -442,27 +444,29 @@ void Parser::eachItem(std::string_view what, F&& f) {
 State Parser::parse() {
    if (events_.peek().kind == EventKind::streamEnd) return State();
    events_.take(); // the document's start
-   eachKey("the state", {"unifiedFec", "vrfs", "interfaces", "neighbours", "tables"},
-           [&](const std::string& key, Position) {
-              if (key == "unifiedFec") {
-                 state_.unifiedFec = boolean(gather(), "unifiedFec");
-                 read_.unifiedFec = true;
-              } else if (key == "vrfs") {
-                 bool defaultDeclared = false;
-                 eachItem("vrfs", [&](const YamlNode& item) { parseVrf(item, defaultDeclared); });
-                 read_.vrfs = true;
-              } else if (key == "interfaces") {
-                 eachItem("interfaces", [&](const YamlNode& item) { parseInterface(item); });
-                 read_.interfaces = true;
-              } else if (key == "neighbours") {
-                 std::map<std::tuple<std::string, std::uint32_t, Lumo::IpGenAddr>, Position>
-                     seen;
-                 eachItem("neighbours",
-                          [&](const YamlNode& item) { parseNeighbour(item, seen); });
-              } else {
-                 parseTables();
-              }
-           });
+   eachKey(
+       "the state", {"unifiedFec", "vrfs", "interfaces", "neighbours", "tables"},
+       [&](const std::string& key, Position) {
+          if (key == "unifiedFec") {
+             state_.unifiedFec = boolean(gather(), "unifiedFec");
+             read_.unifiedFec = true;
+          } else if (key == "vrfs") {
+             bool defaultDeclared = false;
+             eachItem("vrfs",
+                      [&](const YamlNode& item) { parseVrf(item, defaultDeclared); });
+             read_.vrfs = true;
+          } else if (key == "interfaces") {
+             eachItem("interfaces", [&](const YamlNode& item) { parseInterface(item); });
+             read_.interfaces = true;
+          } else if (key == "neighbours") {
+             std::map<std::tuple<std::string, std::uint32_t, Lumo::IpGenAddr>, Position>
+                 seen;
+             eachItem("neighbours",
+                      [&](const YamlNode& item) { parseNeighbour(item, seen); });
+          } else {
+             parseTables();
+          }
+       });
    events_.take(); // the document's end
    if (events_.peek().kind == EventKind::documentStart) {
       events_.take();
@@ -489,16 +493,16 @@ void Parser::parseVrf(const YamlNode& item, bool& defaultDeclared) {
    if (v.name == defaultVrfName) {
       // The implicit default may be declared once, to give its state.
       if (defaultDeclared) {
-         fail(nameNode, fmt::format("duplicate VRF 'default' (first at {})",
-                                    where(vrfs_[v.name])));
+         fail(nameNode,
+              fmt::format("duplicate VRF 'default' (first at {})", where(vrfs_[v.name])));
       }
       if (v.id.value() != 0) fail(idNode, "the VRF 'default' has id 0");
       defaultDeclared = true;
       vrfs_[v.name] = v.pos;
    } else {
       if (auto it = vrfs_.find(v.name); it != vrfs_.end()) {
-         fail(nameNode, fmt::format("duplicate VRF '{}' (first at {})", v.name,
-                                    where(it->second)));
+         fail(nameNode,
+              fmt::format("duplicate VRF '{}' (first at {})", v.name, where(it->second)));
       }
       if (auto it = vrfIds_.find(v.id.value()); it != vrfIds_.end()) {
          fail(idNode, fmt::format("VRF id {} is already the id of VRF '{}'", v.id.value(),
@@ -555,15 +559,15 @@ void Parser::parseNeighbour(
       if (auto it = intfs_.find(intf.value()); it != intfs_.end()) {
          const std::string& intfVrf = state_.interfaces[it->second].vrf;
          if (intfVrf != vrf) {
-            fail(at, fmt::format("interface {} is in VRF '{}', not in '{}'", intf, intfVrf,
-                                 vrf));
+            fail(at, fmt::format("interface {} is in VRF '{}', not in '{}'", intf,
+                                 intfVrf, vrf));
          }
       }
    });
    auto [it, fresh] = seen.emplace(std::tuple(e.vrf, e.intf.value(), e.ip), e.pos);
    if (!fresh) {
-      fail(item, fmt::format("duplicate neighbour {} on {} in VRF '{}' (first at {})", e.ip,
-                             e.intf, e.vrf, where(it->second)));
+      fail(item, fmt::format("duplicate neighbour {} on {} in VRF '{}' (first at {})",
+                             e.ip, e.intf, e.vrf, where(it->second)));
    }
    state_.neighbours.push_back(std::move(e));
 }
@@ -575,8 +579,8 @@ void Parser::parseTables() {
       return;
    }
    if (start.kind != EventKind::mappingStart) {
-      fail(start.pos, fmt::format("expected a mapping for tables, found {}",
-                                  kindOf(kindOf(start))));
+      fail(start.pos,
+           fmt::format("expected a mapping for tables, found {}", kindOf(kindOf(start))));
    }
    events_.take();
    while (events_.peek().kind != EventKind::mappingEnd) {
@@ -584,7 +588,8 @@ void Parser::parseTables() {
       std::string name = scalar(keyNode, "a table name");
       Position at = keyNode.pos;
       if (const TableEntry* first = state_.table(name)) {
-         fail(at, fmt::format("duplicate table '{}' (first at {})", name, where(first->pos)));
+         fail(at,
+              fmt::format("duplicate table '{}' (first at {})", name, where(first->pos)));
       }
       whenRead(read_.unifiedFec && read_.vrfs,
                [this, name, at] { checkTableName(name, at); });
@@ -645,8 +650,9 @@ void Parser::parseRoute(std::size_t t, const YamlNode& item, RouteIndex& seen) {
    std::vector<RouteEntry>& routes = state_.tables[t].routes;
    if (const RouteEntry* first =
            seen.findOrAdd(route.prefix, static_cast<std::uint32_t>(routes.size()))) {
-      fail(prefixNode, fmt::format("duplicate route {} in table '{}' (first at {})",
-                                   route.prefix, state_.tables[t].name, where(first->pos)));
+      fail(prefixNode,
+           fmt::format("duplicate route {} in table '{}' (first at {})", route.prefix,
+                       state_.tables[t].name, where(first->pos)));
    }
    refer({LateRef::routeFec, static_cast<std::uint32_t>(t), fecNode.pos, route.fec, {}});
    routes.push_back(std::move(route));
@@ -710,8 +716,8 @@ ViaEntry Parser::parseVia(std::size_t t, const YamlNode& item) {
    auto table = static_cast<std::uint32_t>(t);
    if (fecNode) refer({LateRef::viaFec, table, fecNode->pos, via.fecId, via.intf});
    if (Lumo::FecIdIntfId::isFecIdIntfId(via.intf)) {
-      refer({LateRef::viaIntf, table, intfNode->pos, Lumo::FecIdIntfId::intfIdToFecId(via.intf),
-             via.intf});
+      refer({LateRef::viaIntf, table, intfNode->pos,
+             Lumo::FecIdIntfId::intfIdToFecId(via.intf), via.intf});
    }
    return via;
 }
@@ -720,8 +726,8 @@ void Parser::checkRef(const LateRef& ref) const {
    switch (ref.kind) {
    case LateRef::routeFec:
       if (!fecIds_[ref.table].contains(ref.fec)) {
-         fail(ref.at, fmt::format("route to FEC {}, which table '{}' does not have", ref.fec,
-                                  state_.tables[ref.table].name));
+         fail(ref.at, fmt::format("route to FEC {}, which table '{}' does not have",
+                                  ref.fec, state_.tables[ref.table].name));
       }
       break;
    case LateRef::viaIntf:
@@ -749,9 +755,10 @@ void Parser::checkViaFec(const LateRef& ref) const {
          if (vrf != state_.tables[ref.table].name) {
             const TableEntry* other = state_.table(vrf);
             if (!other) {
-               fail(ref.at, fmt::format("via FEC {}: interface {} is in VRF '{}', which has "
-                                        "no table",
-                                        ref.fec, ref.intf, vrf));
+               fail(ref.at,
+                    fmt::format("via FEC {}: interface {} is in VRF '{}', which has "
+                                "no table",
+                                ref.fec, ref.intf, vrf));
             }
             target = static_cast<std::size_t>(other - state_.tables.data());
             jump = fmt::format(" (interface {} is in VRF '{}')", ref.intf, vrf);

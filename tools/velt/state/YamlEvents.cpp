@@ -46,7 +46,8 @@ YamlEvents::~YamlEvents() {
    yaml_parser_delete(&parser_->parser);
 }
 
-int YamlEvents::read(void* self, unsigned char* buffer, std::size_t size, std::size_t* got) {
+int YamlEvents::read(void* self, unsigned char* buffer, std::size_t size,
+                     std::size_t* got) {
    auto& r = *static_cast<YamlEvents*>(self);
    std::size_t n = std::min(size, r.text_.size() - r.offset_);
    std::memcpy(buffer, r.text_.data() + r.offset_, n);
@@ -79,7 +80,8 @@ void YamlEvents::syntaxError() const {
       lineStart = lineStart == std::string_view::npos ? 0 : lineStart + 1;
       at = {static_cast<int>(std::count(before.begin(), before.end(), '\n')) + 1,
             static_cast<int>(offset - lineStart) + 1};
-      if (p.problem_value >= 0) problem += fmt::format(" (byte 0x{:02x})", p.problem_value);
+      if (p.problem_value >= 0)
+         problem += fmt::format(" (byte 0x{:02x})", p.problem_value);
    } else if (p.context) {
       Position c = positionOf(p.context_mark);
       problem += fmt::format(" {} at {}:{}", p.context, c.line, c.column);
@@ -112,25 +114,30 @@ void YamlEvents::fill() {
          const Position at = r.at;
          const Recorded& rec = recorded_[r.next++];
          if (rec.alias) {
-            replay_.push_back({rec.begin, rec.begin, rec.end, first ? at : rec.event.pos});
+            replay_.push_back(
+                {rec.begin, rec.begin, rec.end, first ? at : rec.event.pos});
             continue;
          }
          current_ = rec.event;
          if (first) current_.pos = at;
-         if (current_.kind == EventKind::scalar || current_.kind == EventKind::sequenceStart ||
+         if (current_.kind == EventKind::scalar ||
+             current_.kind == EventKind::sequenceStart ||
              current_.kind == EventKind::mappingStart) {
             if (++aliasNodes_ > maxAliasNodes) {
-               fail(current_.pos, fmt::format("aliases expand the document by more than {} "
-                                              "nodes; write the repeated parts out",
-                                              maxAliasNodes));
+               fail(current_.pos,
+                    fmt::format("aliases expand the document by more than {} "
+                                "nodes; write the repeated parts out",
+                                maxAliasNodes));
             }
          }
       }
       break;
    }
-   if (current_.kind == EventKind::sequenceStart || current_.kind == EventKind::mappingStart) {
+   if (current_.kind == EventKind::sequenceStart ||
+       current_.kind == EventKind::mappingStart) {
       if (++depth_ > maxDepth) {
-         fail(current_.pos, fmt::format("collections nested more than {} deep", maxDepth));
+         fail(current_.pos,
+              fmt::format("collections nested more than {} deep", maxDepth));
       }
    } else if (current_.kind == EventKind::sequenceEnd ||
               current_.kind == EventKind::mappingEnd) {
@@ -172,8 +179,8 @@ bool YamlEvents::readRaw() {
       current_.kind = EventKind::scalar;
       current_.value.assign(reinterpret_cast<const char*>(e.data.scalar.value),
                             e.data.scalar.length);
-      current_.null = e.data.scalar.style == YAML_PLAIN_SCALAR_STYLE && !e.data.scalar.tag &&
-                      nullWord(current_.value);
+      current_.null = e.data.scalar.style == YAML_PLAIN_SCALAR_STYLE &&
+                      !e.data.scalar.tag && nullWord(current_.value);
       anchor = text(e.data.scalar.anchor);
       break;
    case YAML_SEQUENCE_START_EVENT:
@@ -197,7 +204,8 @@ bool YamlEvents::readRaw() {
 
 // Keeps the events of anchored nodes while they are read, for aliases to replay later.
 void YamlEvents::record(const YamlEvent& e, std::string_view anchor) {
-   if (!anchor.empty()) recorders_.push_back({std::string(anchor), recorded_.size(), rawDepth_});
+   if (!anchor.empty())
+      recorders_.push_back({std::string(anchor), recorded_.size(), rawDepth_});
    if (!recorders_.empty()) recorded_.push_back({e, false, 0, 0});
    if (e.kind == EventKind::sequenceStart || e.kind == EventKind::mappingStart) {
       ++rawDepth_;
@@ -215,7 +223,8 @@ void YamlEvents::record(const YamlEvent& e, std::string_view anchor) {
 void YamlEvents::startAlias(std::string_view anchor, Position at) {
    auto it = anchors_.find(std::string(anchor));
    if (it == anchors_.end()) {
-      fail(at, fmt::format("alias *{} names no complete node anchored before it", anchor));
+      fail(at,
+           fmt::format("alias *{} names no complete node anchored before it", anchor));
    }
    auto [begin, end] = it->second;
    // An anchored node that holds this alias keeps it as a reference, resolved now, so

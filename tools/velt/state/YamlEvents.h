@@ -1,6 +1,6 @@
-// The events of a YAML text, one at a time, read with libyaml: the state reader builds its
-// values from them without holding the document. An alias replays the events its anchor
-// recorded, within a budget, so that a small file cannot expand without bound.
+// The events of a YAML text, one at a time, read with libyaml: the state reader builds
+// its values from them without holding the document. An alias replays the events its
+// anchor recorded, within a budget, so that a small file cannot expand without bound.
 #pragma once
 #include "velt/state/State.h"
 
@@ -90,8 +90,8 @@ class YamlEvents {
 
    YamlEvent current_;
    bool ready_ = false;
-   int depth_ = 0;     // nesting of the events handed out
-   int rawDepth_ = 0;  // nesting of the events the parser gave
+   int depth_ = 0;    // nesting of the events handed out
+   int rawDepth_ = 0; // nesting of the events the parser gave
    std::vector<Recorded> recorded_;
    std::vector<Recorder> recorders_;
    std::unordered_map<std::string, std::pair<std::size_t, std::size_t>> anchors_;

@@ -16,8 +16,8 @@ const YamlNode& YamlTree::gather(YamlEvents& events) {
 std::size_t YamlTree::gatherAt(YamlEvents& events) {
    const std::size_t i = used_++;
    if (used_ > maxNodes) {
-      events.fail(nodes_[0].pos, fmt::format("this element holds more than {} YAML nodes",
-                                             maxNodes));
+      events.fail(nodes_[0].pos,
+                  fmt::format("this element holds more than {} YAML nodes", maxNodes));
    }
    if (nodes_.size() < used_) nodes_.emplace_back();
    YamlEvent& e = events.take();
