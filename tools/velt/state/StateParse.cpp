@@ -771,9 +771,7 @@ void Parser::checkViaFec(const LateRef& ref) const {
    }
 }
 
-State readState(std::string_view text, const std::string& fileName,
-                const YamlEvents::Progress& progress) {
-   YamlEvents events(text, fileName, progress);
+State readState(YamlEvents& events, const std::string& fileName) {
    return Parser(events, fileName).parse();
 }
 
@@ -792,9 +790,11 @@ YamlEvents::Progress progressOn(const std::string& path, std::size_t size) {
 } // namespace
 
 State parseState(const std::string& text, const std::string& fileName) {
-   return readState(text, fileName, {});
+   YamlEvents events(text, fileName);
+   return readState(events, fileName);
 }
 
+// The file is read as the parser needs it: a large state never sits in memory as text.
 State loadStateFile(const std::string& path) {
    auto unreadable = [&](int err) {
       return StateError(path, 0, 0,
@@ -804,17 +804,11 @@ State loadStateFile(const std::string& path) {
                                                         &std::fclose);
    if (!file) throw unreadable(errno);
    struct stat st {};
-   std::string text;
-   if (::fstat(::fileno(file.get()), &st) == 0 && st.st_size > 0) {
-      text.reserve(static_cast<std::size_t>(st.st_size));
-   }
-   char buf[1 << 16];
-   std::size_t n;
-   while ((n = std::fread(buf, 1, sizeof(buf), file.get())) > 0)
-      text.append(buf, n);
-   if (std::ferror(file.get())) throw unreadable(errno);
-   file.reset();
-   return readState(text, path, progressOn(path, text.size()));
+   if (::fstat(::fileno(file.get()), &st) != 0) throw unreadable(errno);
+   if (S_ISDIR(st.st_mode)) throw unreadable(EISDIR);
+   const auto size = static_cast<std::size_t>(std::max<off_t>(st.st_size, 0));
+   YamlEvents events(file.get(), size, path, progressOn(path, size));
+   return readState(events, path);
 }
 
 } // namespace VeltState

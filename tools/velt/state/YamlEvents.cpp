@@ -4,6 +4,7 @@
 #include <yaml.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -36,50 +37,89 @@ std::string_view text(const yaml_char_t* s) {
 } // namespace
 
 YamlEvents::YamlEvents(std::string_view text, std::string fileName, Progress progress)
-    : text_(text), fileName_(std::move(fileName)), progress_(std::move(progress)),
-      parser_(std::make_unique<Parser>()) {
+    : text_(text), size_(text.size()), fileName_(std::move(fileName)),
+      progress_(std::move(progress)), parser_(std::make_unique<Parser>()) {
    if (!yaml_parser_initialize(&parser_->parser)) throw std::bad_alloc();
    yaml_parser_set_input(&parser_->parser, &YamlEvents::read, this);
+}
+
+YamlEvents::YamlEvents(std::FILE* file, std::size_t size, std::string fileName,
+                       Progress progress)
+    : YamlEvents(std::string_view(), std::move(fileName), std::move(progress)) {
+   file_ = file;
+   size_ = size;
 }
 
 YamlEvents::~YamlEvents() {
    yaml_parser_delete(&parser_->parser);
 }
 
-int YamlEvents::read(void* self, unsigned char* buffer, std::size_t size,
-                     std::size_t* got) {
+// Called by the parser for more text: 0 on a read error, which is kept to be reported.
+int YamlEvents::read(void* self, unsigned char* buffer, std::size_t size, std::size_t* got) {
    auto& r = *static_cast<YamlEvents*>(self);
-   std::size_t n = std::min(size, r.text_.size() - r.offset_);
-   std::memcpy(buffer, r.text_.data() + r.offset_, n);
+   std::size_t n;
+   if (r.file_) {
+      n = std::fread(buffer, 1, size, r.file_);
+      if (n == 0 && std::ferror(r.file_)) {
+         r.readErrno_ = errno ? errno : EIO;
+         return 0;
+      }
+   } else {
+      n = std::min(size, r.text_.size() - r.offset_);
+      std::memcpy(buffer, r.text_.data() + r.offset_, n);
+   }
    r.offset_ += n;
    *got = n;
-   if (r.progress_ && !r.text_.empty()) {
-      std::size_t percent = r.offset_ * 100 / r.text_.size();
+   if (r.progress_ && r.size_ > 0) {
+      std::size_t percent = std::min<std::size_t>(r.offset_ * 100 / r.size_, 100);
       if (percent != r.shownPercent_) {
          r.shownPercent_ = percent;
-         r.progress_(r.offset_, r.text_.size());
+         r.progress_(std::min(r.offset_, r.size_), r.size_);
       }
    }
    return 1;
+}
+
+// The line and column of byte `offset`, counted from the start of the text.
+Position YamlEvents::placeOf(std::size_t offset) {
+   int line = 1;
+   std::size_t lineStart = 0;
+   auto scan = [&](std::string_view chunk, std::size_t base) {
+      for (std::size_t i = 0; i < chunk.size() && base + i < offset; ++i) {
+         if (chunk[i] == '\n') {
+            ++line;
+            lineStart = base + i + 1;
+         }
+      }
+   };
+   if (!file_) {
+      scan(text_, 0);
+   } else if (std::fseek(file_, 0, SEEK_SET) == 0) {
+      char buf[1 << 16];
+      std::size_t base = 0, n;
+      while (base < offset && (n = std::fread(buf, 1, sizeof(buf), file_)) > 0) {
+         scan(std::string_view(buf, n), base);
+         base += n;
+      }
+   }
+   return {line, static_cast<int>(offset - lineStart) + 1};
 }
 
 void YamlEvents::fail(Position at, const std::string& problem) const {
    throw StateError(fileName_, at.line, at.column, problem);
 }
 
-void YamlEvents::syntaxError() const {
+void YamlEvents::syntaxError() {
    const yaml_parser_t& p = parser_->parser;
    if (p.error == YAML_MEMORY_ERROR) throw std::bad_alloc();
+   if (readErrno_ != 0) {
+      fail({}, fmt::format("cannot read the file: {}", std::strerror(readErrno_)));
+   }
    std::string problem = p.problem ? p.problem : "unreadable text";
    Position at = positionOf(p.problem_mark);
    if (p.error == YAML_READER_ERROR) {
       // The reader reports a byte offset: count the lines up to it.
-      std::size_t offset = std::min(p.problem_offset, text_.size());
-      std::string_view before = text_.substr(0, offset);
-      std::size_t lineStart = before.rfind('\n');
-      lineStart = lineStart == std::string_view::npos ? 0 : lineStart + 1;
-      at = {static_cast<int>(std::count(before.begin(), before.end(), '\n')) + 1,
-            static_cast<int>(offset - lineStart) + 1};
+      at = placeOf(std::min(p.problem_offset, size_));
       if (p.problem_value >= 0)
          problem += fmt::format(" (byte 0x{:02x})", p.problem_value);
    } else if (p.context) {

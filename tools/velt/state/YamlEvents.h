@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <string>
@@ -45,6 +46,10 @@ class YamlEvents {
 
    // `text` must outlive the reader; `fileName` is what errors name.
    YamlEvents(std::string_view text, std::string fileName, Progress progress = {});
+   // Reads `file`, of `size` bytes, as the parser asks for more, so that the text is
+   // never held whole; a read error raises StateError at line 0.
+   YamlEvents(std::FILE* file, std::size_t size, std::string fileName,
+              Progress progress = {});
    ~YamlEvents();
    YamlEvents(const YamlEvents&) = delete;
    YamlEvents& operator=(const YamlEvents&) = delete;
@@ -77,11 +82,16 @@ class YamlEvents {
    bool readRaw();
    void record(const YamlEvent& e, std::string_view anchor);
    void startAlias(std::string_view anchor, Position at);
-   [[noreturn]] void syntaxError() const;
+   [[noreturn]] void syntaxError();
    static int read(void* self, unsigned char* buffer, std::size_t size, std::size_t* got);
 
+   Position placeOf(std::size_t offset);
+
    std::string_view text_;
+   std::FILE* file_ = nullptr;
+   std::size_t size_ = 0;
    std::size_t offset_ = 0;
+   int readErrno_ = 0;
    std::size_t shownPercent_ = 0;
    std::string fileName_;
    Progress progress_;
