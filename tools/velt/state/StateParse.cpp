@@ -9,6 +9,7 @@
 #include "Wexa/Paths.h"
 #include "velt/state/RouteIndex.h"
 #include "velt/state/State.h"
+#include "velt/state/StateValues.h"
 #include "velt/state/YamlTree.h"
 
 #include <fmt/format.h>
@@ -40,19 +41,6 @@ std::string where(Position p) {
    return fmt::format("{}:{}", p.line, p.column);
 }
 
-const char* kindOf(NodeKind k) {
-   switch (k) {
-   case NodeKind::scalar:
-      return "a scalar";
-   case NodeKind::sequence:
-      return "a sequence";
-   case NodeKind::mapping:
-      return "a mapping";
-   default:
-      return "nothing";
-   }
-}
-
 // The kind of the node an event starts.
 NodeKind kindOf(const YamlEvent& e) {
    switch (e.kind) {
@@ -74,15 +62,6 @@ std::string joined(std::initializer_list<std::string_view> names) {
       out += n;
    }
    return out;
-}
-
-std::string fecTypeNames() {
-   std::string out;
-   for (const auto& n : Quarn::FibGen::FecType::names()) {
-      out += n.name;
-      out += ", ";
-   }
-   return out + "or a number up to 255";
 }
 
 // The keys of one mapping so far, each allowed and written once. Kept without allocating:
@@ -131,22 +110,15 @@ struct LateRef {
    Lumo::IntfId intf;
 };
 
-class Parser {
+class Parser : ValueReader {
  public:
    Parser(YamlEvents& events, const std::string& fileName)
-       : events_(events), fileName_(fileName) {
+       : ValueReader(fileName), events_(events) {
       vrfs_.emplace(std::string(defaultVrfName), Position{});
       vrfIds_.emplace(0, std::string(defaultVrfName));
    }
 
    State parse();
-
-   [[noreturn]] void fail(Position p, const std::string& problem) const {
-      throw StateError(fileName_, p.line, p.column, problem);
-   }
-   [[noreturn]] void fail(const YamlNode& at, const std::string& problem) const {
-      fail(at.pos, problem);
-   }
 
  private:
    // The keys of one gathered mapping, each allowed and written once.
@@ -213,152 +185,6 @@ class Parser {
          lateRefs_.push_back(ref);
    }
 
-   // ---- values ----
-
-   const std::string& scalar(const YamlNode& n, std::string_view what) const {
-      if (n.kind != NodeKind::scalar) {
-         fail(n, fmt::format("expected a scalar for {}, found {}", what, kindOf(n.kind)));
-      }
-      return n.value;
-   }
-
-   // Null is an empty list, so that "vias:" with nothing after it reads naturally.
-   const YamlNode& sequence(const YamlNode& n, std::string_view what) const {
-      if (!n.isNull() && n.kind != NodeKind::sequence) {
-         fail(n,
-              fmt::format("expected a sequence for {}, found {}", what, kindOf(n.kind)));
-      }
-      return n;
-   }
-
-   bool boolean(const YamlNode& n, std::string_view what) const {
-      const std::string& s = scalar(n, what);
-      if (s == "true") return true;
-      if (s == "false") return false;
-      fail(n, fmt::format("bad {} '{}': expected true or false", what, s));
-   }
-
-   std::uint64_t number(const YamlNode& n, std::string_view what,
-                        std::uint64_t max) const {
-      const std::string& s = scalar(n, what);
-      try {
-         return Kor::parseUnsigned(s, max, "number");
-      } catch (const Pelin::DeserializationException&) {
-         fail(n,
-              fmt::format("bad {} '{}': expected a number from 0 to {}", what, s, max));
-      }
-   }
-
-   Lumo::IntfId intfName(const YamlNode& n, std::string_view what) const {
-      const std::string& s = scalar(n, what);
-      try {
-         Lumo::IntfId id(s);
-         if (id.isValid()) return id;
-      } catch (const Pelin::DeserializationException&) {
-      }
-      fail(n, fmt::format("bad {} '{}': expected an interface name such as Ethernet1, "
-                          "Vlan10, Port-Channel4, Loopback0, Tunnel1, Cpu or FecId18/5",
-                          what, s));
-   }
-
-   // An interface that can hold an address and neighbours: not a FEC's stand-in.
-   Lumo::IntfId l3IntfName(const YamlNode& n, std::string_view what) const {
-      Lumo::IntfId id = intfName(n, what);
-      if (Lumo::FecIdIntfId::isFecIdIntfId(id)) {
-         fail(n,
-              fmt::format("{} stands for a FEC, it cannot be an L3 interface", n.value));
-      }
-      return id;
-   }
-
-   Lumo::IpGenAddr address(const YamlNode& n, std::string_view what) const {
-      const std::string& s = scalar(n, what);
-      try {
-         Lumo::IpGenAddr a(s);
-         if (a.af() != Lumo::AddressFamily::ipunknown_) return a;
-      } catch (const Pelin::DeserializationException&) {
-      }
-      fail(n, fmt::format("bad {} '{}': expected an IPv4 or IPv6 address", what, s));
-   }
-
-   Lumo::IpGenPrefix prefix(const YamlNode& n) const {
-      const std::string& s = scalar(n, "prefix");
-      try {
-         Lumo::IpGenPrefix p(s);
-         if (p.af() != Lumo::AddressFamily::ipunknown_) return p;
-      } catch (const Pelin::DeserializationException&) {
-      }
-      // Tell host bits set apart from text that is no prefix at all.
-      auto slash = s.find('/');
-      if (slash != std::string::npos) {
-         try {
-            Lumo::IpGenAddr a(std::string_view(s).substr(0, slash));
-            auto length = Kor::parseUnsigned(std::string_view(s).substr(slash + 1),
-                                             a.byteLength() * 8, "length");
-            if (a.af() != Lumo::AddressFamily::ipunknown_) {
-               Lumo::IpGenPrefix masked(a, static_cast<std::uint8_t>(length));
-               fail(n, fmt::format("bad prefix '{}': host bits set (the network is {})",
-                                   s, Kor::toText(masked)));
-            }
-         } catch (const Pelin::Exception&) {
-         }
-      }
-      fail(n, fmt::format("bad prefix '{}': expected an address and a length, such as "
-                          "10.0.0.0/8 or 2001:db8::/32",
-                          s));
-   }
-
-   Lumo::EthAddr mac(const YamlNode& n) const {
-      const std::string& s = scalar(n, "mac");
-      try {
-         return Lumo::EthAddr(s);
-      } catch (const Pelin::DeserializationException&) {
-         fail(n, fmt::format("bad mac '{}': expected six hex bytes such as "
-                             "02:00:00:00:00:01",
-                             s));
-      }
-   }
-
-   FecId fecId(const YamlNode& n, std::string_view what) const {
-      const std::string& s = scalar(n, what);
-      FecId id;
-      try {
-         id = Kor::fromText<FecId>(s);
-      } catch (const Pelin::Exception&) {
-         fail(n, fmt::format("bad {} '{}': expected <adjacency type>:<index> such as "
-                             "fibGenAdj:5, or a number",
-                             what, s));
-      }
-      if (!id.isValid())
-         fail(n, fmt::format("bad {} '{}': 0 stands for no FEC", what, s));
-      std::uint64_t adjType = id.value() >> Quarn::Fib::adjTypePos();
-      if (adjType >= Quarn::Fib::adjTypeMax()) {
-         fail(n, fmt::format("bad {} '{}': adjacency type {} is above {}", what, s,
-                             adjType, Quarn::Fib::adjTypeMax() - 1));
-      }
-      return id;
-   }
-
-   std::uint8_t fecType(const YamlNode& n) const {
-      const std::string& s = scalar(n, "FEC type");
-      if (auto t = Quarn::FibGen::FecType::fromName(s)) return *t;
-      try {
-         return static_cast<std::uint8_t>(Kor::parseUnsigned(s, 255, "FEC type"));
-      } catch (const Pelin::DeserializationException&) {
-         fail(n, fmt::format("bad FEC type '{}': expected {}", s, fecTypeNames()));
-      }
-   }
-
-   std::string vrfName(const YamlNode& n) const {
-      const std::string& s = scalar(n, "a VRF name");
-      if (s.empty()) fail(n, "a VRF name cannot be empty");
-      if (s.size() > L3::VrfName::maxLength()) {
-         fail(n, fmt::format("VRF name '{}' is {} bytes long; at most {} allowed", s,
-                             s.size(), L3::VrfName::maxLength()));
-      }
-      return s;
-   }
-
    std::string declaredVrf(const YamlNode& n) {
       std::string s = scalar(n, "a VRF name");
       whenRead(read_.vrfs, [this, s, at = n.pos] {
@@ -386,7 +212,6 @@ class Parser {
 
    YamlEvents& events_;
    YamlTree tree_;
-   std::string fileName_;
    State state_;
    struct {
       bool unifiedFec = false, vrfs = false, interfaces = false;
