@@ -4,6 +4,7 @@
 #include "Pelin/Exception.h"
 #include "Quarn/ForwardingStatus.h"
 #include "Quarn/TableInfo.h"
+#include "Wexa/Paths.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -14,6 +15,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fmt/format.h>
+#include <memory>
+#include <string_view>
 
 namespace Shm {
 
@@ -30,6 +33,44 @@ void makeDir(const std::string& dir) {
        fmt::format("table directory {}: mkdir failed: {}", dir, std::strerror(errno)));
 }
 
+// Every component of `path` follows the rule for names, so that "<dir>/<path>" cannot
+// climb out of `dir` or stand for another path.
+void checkComponents(const std::string& dir, const std::string& path) {
+   for (std::size_t start = 0;;) {
+      std::size_t slash = path.find('/', start);
+      std::string_view part = std::string_view(path).substr(start, slash - start);
+      if (std::string problem = Wexa::Paths::componentProblem(part); !problem.empty()) {
+         throw Pelin::Exception(fmt::format("table directory {}: {} cannot name a table's "
+                                            "files: component {}: {}",
+                                            dir, Wexa::Paths::shownName(path),
+                                            Wexa::Paths::shownName(part), problem));
+      }
+      if (slash == std::string::npos) return;
+      start = slash + 1;
+   }
+}
+
+std::string resolved(const std::string& path) {
+   std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
+                                                    &std::free);
+   if (!real) {
+      throw Pelin::Exception(
+          fmt::format("cannot resolve {}: {}", path, std::strerror(errno)));
+   }
+   return real.get();
+}
+
+// `sub`, made under `dir`, resolves to a folder inside it: no link leads elsewhere.
+void checkInside(const std::string& dir, const std::string& sub) {
+   const std::string top = resolved(dir);
+   const std::string real = resolved(sub);
+   if (real.size() <= top.size() || real.compare(0, top.size(), top) != 0 ||
+       (top != "/" && real[top.size()] != '/')) {
+      throw Pelin::Exception(
+          fmt::format("table directory {}: {} leads outside it, to {}", dir, sub, real));
+   }
+}
+
 } // namespace
 
 std::string tableDir(const std::string& sysName) {
@@ -38,14 +79,18 @@ std::string tableDir(const std::string& sysName) {
 }
 
 std::string fileBase(const std::string& dir, const std::string& path) {
+   checkComponents(dir, path);
    return dir + "/" + path;
 }
 
 void makeDirsFor(const std::string& dir, const std::string& path) {
+   checkComponents(dir, path);
    makeDir(dir);
    for (std::size_t slash = path.find('/'); slash != std::string::npos;
         slash = path.find('/', slash + 1)) {
-      makeDir(dir + "/" + path.substr(0, slash));
+      const std::string sub = dir + "/" + path.substr(0, slash);
+      makeDir(sub);
+      checkInside(dir, sub);
    }
 }
 

@@ -1,6 +1,9 @@
 #include "Wexa/EntityManager.h"
 
 #include "Pelin/Exception.h"
+#include "Wexa/Paths.h"
+
+#include <fmt/format.h>
 
 #include <utility>
 
@@ -8,16 +11,26 @@ namespace Wexa {
 
 namespace {
 
-bool validPath(std::string_view path) {
-   if (path.empty() || path.front() == '/' || path.back() == '/') return false;
-   char prev = 0;
-   for (char c : path) {
-      bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                c == '_' || c == '-' || c == '.' || c == ':' || c == '/';
-      if (!ok || (c == '/' && prev == '/')) return false;
-      prev = c;
+// Why `path` is no state-database path: empty when it is one. Each component follows the
+// rule for names, so that a path mirrored as files stays under its directory.
+std::string pathProblem(std::string_view path) {
+   if (path.empty()) return "it is empty";
+   for (std::size_t start = 0;;) {
+      std::size_t slash = path.find('/', start);
+      std::string_view part = path.substr(start, slash - start);
+      if (std::string problem = Paths::componentProblem(part); !problem.empty()) {
+         return fmt::format("component {}: {}", Paths::shownName(part), problem);
+      }
+      if (slash == std::string_view::npos) return {};
+      start = slash + 1;
    }
-   return true;
+}
+
+void checkPath(const std::string& path) {
+   if (std::string problem = pathProblem(path); !problem.empty()) {
+      throw Pelin::Exception(fmt::format("state database path {} is malformed: {}",
+                                         Paths::shownName(path), problem));
+   }
 }
 
 } // namespace
@@ -33,7 +46,7 @@ Pelin::Ptr<Pelin::Node> EntityManager::entity(std::string_view path) const {
 }
 
 void EntityManager::entityIs(const std::string& path, const Pelin::Ptr<Pelin::Node>& node) {
-   if (!validPath(path)) throw Pelin::Exception("state database path \"" + path + "\" is malformed");
+   checkPath(path);
    if (!node) throw Pelin::NullArgumentException("node");
    entities_[path] = node;
 }
@@ -60,7 +73,7 @@ std::vector<std::string> EntityManager::paths(std::string_view under) const {
 Pelin::Ptr<Pelin::Node> EntityManager::mount(const std::string& path,
                                              const std::string& typeName,
                                              const MountInfo& info) {
-   if (!validPath(path)) throw Pelin::Exception("state database path \"" + path + "\" is malformed");
+   checkPath(path);
    auto [at, added] = mountAt_.try_emplace(path, mounts_.size());
    if (added) {
       mounts_.push_back(MountEntry{path, typeName, info});

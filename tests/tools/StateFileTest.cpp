@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fmt/format.h>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -579,6 +580,143 @@ TEST(StateTables, CapacityHoldsWideFecsAndManyRoutes) {
    ASSERT_EQ(wide.viaCount(), Quarn::FibGen::Fec::maxVias);
    EXPECT_EQ(wide.via(Quarn::Fib::ViaIndex(599)).weight(), 600u);
    EXPECT_EQ(fwd->routeLookup(ip("10.19.135.1"))->fecId, gen((19 * 256 + 135) % 40 + 1));
+}
+
+// ---- hostile text ----
+
+// The reader's error for `text`, or "accepted".
+std::string errorOf(const std::string& text) {
+   try {
+      parseState(text, "t.yaml");
+   } catch (const StateError& e) {
+      return e.what();
+   }
+   return "accepted";
+}
+
+TEST(StateFileHostile, StrayCommasAreSyntaxErrorsNotHangs) {
+   for (const char* text : {",", ",a", "- a\n,", "vrfs: [,]\n", "{,}", "\t,"}) {
+      SCOPED_TRACE(text);
+      std::string error = errorOf(text);
+      EXPECT_EQ(error.rfind("t.yaml:", 0), 0u) << error;
+      EXPECT_NE(error, "accepted");
+   }
+   EXPECT_EQ(
+       errorOf("vrfs:\n  - {name: a, id: 1}\n,"),
+       "t.yaml:3:1: YAML syntax error: did not find expected key while parsing a block "
+       "mapping at 1:1");
+}
+
+TEST(StateFileHostile, BadBytesAreReportedWhereTheyAre) {
+   EXPECT_EQ(errorOf("vrfs: []\ntables:\n  de\xff:\n"),
+             "t.yaml:3:5: YAML syntax error: invalid leading UTF-8 octet (byte 0xff)");
+   EXPECT_NE(
+       errorOf(std::string("vrfs: []\n\0", 10)).find("t.yaml:2:1: YAML syntax error"),
+       std::string::npos);
+}
+
+TEST(StateFileHostile, DeepNestingIsRefusedNotRecursedInto) {
+   const std::string deep =
+       "vrfs:\n  - " + std::string(100000, '[') + std::string(100000, ']') + "\n";
+   EXPECT_NE(errorOf(deep).find("collections nested more than 64 deep"),
+             std::string::npos)
+       << errorOf(deep);
+}
+
+TEST(StateFileHostile, SectionsMayComeInAnyOrder) {
+   // Tables first: their VRFs, and the interfaces their vias and neighbours name, later.
+   const std::string text =
+       "tables:\n  red:\n    fecs:\n      - id: fibGenAdj:1\n        vias:\n"
+       "          - {interface: Ethernet1, hop: 10.0.0.2}\n"
+       "neighbours:\n  - {vrf: red, interface: Ethernet1, ip: 10.0.0.2, mac: "
+       "\"02:00:00:00:00:01\"}\n"
+       "interfaces:\n  - {name: Ethernet1, vrf: red}\n"
+       "vrfs:\n  - {name: red, id: 1}\n";
+   State s = parseState(text, "t.yaml");
+   ASSERT_EQ(s.tables.size(), 1u);
+   EXPECT_EQ(s.tables[0].name, "red");
+   EXPECT_EQ(s.neighbours[0].vrf, "red");
+   // Checks that wait for a later section still point at the place that is wrong.
+   EXPECT_EQ(errorOf("tables:\n  blue: {}\nvrfs:\n  - {name: red, id: 1}\n"),
+             "t.yaml:2:3: VRF 'blue' is not declared");
+   EXPECT_EQ(errorOf("neighbours:\n" + neighbour1 +
+                     "interfaces:\n  - {name: Ethernet1, vrf: red}\n"
+                     "vrfs:\n  - {name: red, id: 1}\n"),
+             "t.yaml:2:17: interface Ethernet1 is in VRF 'red', not in 'default'");
+   EXPECT_EQ(errorOf("interfaces:\n  - {name: Ethernet1, vrf: red}\nvrfs: []\n"),
+             "t.yaml:2:28: VRF 'red' is not declared");
+}
+
+// ---- aliases ----
+
+TEST(StateFileAliases, AnAnchoredViaListServesEveryFecThatNamesIt) {
+   const std::string text =
+       "tables:\n  default:\n    fecs:\n      - id: fibGenAdj:1\n        vias: &up\n"
+       "          - {interface: Ethernet1, hop: 10.0.0.2, weight: &w 3}\n"
+       "          - {interface: Ethernet2, hop: 10.0.0.4, weight: *w}\n"
+       "      - {id: fibGenAdj:2, vias: *up}\n"
+       "      - {id: fibGenAdj:3, vias: [*w]}\n";
+   std::string error = errorOf(text);
+   // [*w] is a via written as a scalar: the alias stands for its node, here 3.
+   EXPECT_EQ(error, "t.yaml:9:34: expected a mapping for a via, found a scalar");
+   State s = parseState(text.substr(0, text.rfind("      - {id: fibGenAdj:3")), "t.yaml");
+   ASSERT_EQ(s.tables[0].fecs.size(), 2u);
+   EXPECT_EQ(s.tables[0].fecs[1].vias, s.tables[0].fecs[0].vias);
+   EXPECT_EQ(s.tables[0].fecs[1].vias[1].weight, 3u);
+   // A replayed node is where its alias is; what it holds, where its anchor wrote it.
+   EXPECT_EQ(s.tables[0].fecs[1].vias[0].pos.line, 6);
+}
+
+TEST(StateFileAliases, AliasesMeanTheAnchorWrittenBeforeThem) {
+   EXPECT_EQ(errorOf("vrfs:\n  - {name: *red, id: 1}\n"),
+             "t.yaml:2:12: alias *red names no complete node anchored before it");
+   EXPECT_EQ(errorOf("vrfs: &v\n  - {name: red, id: 1}\n  - *v\n"),
+             "t.yaml:3:5: alias *v names no complete node anchored before it");
+   // A later anchor of the same name does not change what an earlier alias meant: the
+   // replayed neighbour is still in VRF red, and so the same as the first.
+   EXPECT_EQ(
+       errorOf("vrfs: [{name: &n red, id: 1}, {name: blue, id: 2}]\n"
+               "interfaces: [{name: Ethernet1, vrf: red}, {name: Ethernet2, vrf: blue}]\n"
+               "neighbours:\n"
+               "  - &x {vrf: *n, interface: Ethernet1, ip: 10.0.0.2, mac: "
+               "\"02:00:00:00:00:01\"}\n"
+               "  - {vrf: &n blue, interface: Ethernet2, ip: 10.0.0.3, mac: "
+               "\"02:00:00:00:00:01\"}\n"
+               "  - *x\n"),
+       "t.yaml:6:5: duplicate neighbour 10.0.0.2 on Ethernet1 in VRF 'red' (first at "
+       "4:5)");
+}
+
+TEST(StateFileAliases, ABombIsRefusedQuickly) {
+   // Ten levels of ten aliases each, inside one neighbour: 10^10 nodes if expanded.
+   std::string text = "neighbours:\n  - {interface: [&a0 [x]";
+   for (int i = 1; i <= 10; ++i) {
+      text += fmt::format(", &a{} [", i);
+      for (int j = 0; j < 10; ++j)
+         text += fmt::format("{}*a{}", j ? ", " : "", i - 1);
+      text += "]";
+   }
+   text += "]}\n";
+   EXPECT_EQ(errorOf(text), "t.yaml:2:5: this element holds more than 100000 YAML nodes");
+}
+
+TEST(StateFileAliases, ManySmallExpansionsAddUpToTheLimit) {
+   // One 600-via list shared by `fecs` FECs, some 1,800 nodes each time.
+   auto shared = [](int fecs) {
+      std::string text = manyVias(600);
+      text.insert(text.find("vias:") + 5, " &v");
+      for (int f = 2; f <= fecs; ++f)
+         text += fmt::format("      - {{id: fibGenAdj:{}, vias: *v}}\n", f);
+      return text;
+   };
+   std::string error = errorOf(shared(3000));
+   EXPECT_NE(error.find("aliases expand the document by more than 4000000 nodes"),
+             std::string::npos)
+       << error;
+   // The limit is on the sum, not on any one alias.
+   State s = parseState(shared(20), "t.yaml");
+   ASSERT_EQ(s.tables[0].fecs.size(), 20u);
+   EXPECT_EQ(s.tables[0].fecs[19].vias, s.tables[0].fecs[0].vias);
 }
 
 } // namespace

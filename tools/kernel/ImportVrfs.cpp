@@ -1,4 +1,5 @@
 // VRF devices, and tables named as VRFs with the interfaces their rules select.
+#include "Wexa/Paths.h"
 #include "kernel/ImportParts.h"
 
 #include <fmt/format.h>
@@ -40,6 +41,10 @@ class LayoutBuilder {
    explicit LayoutBuilder(const KernelState& kernel) : kernel_(kernel) {}
 
    void addVrf(const std::string& name, std::uint32_t table, const std::string& source) {
+      if (std::string problem = Wexa::Paths::componentProblem(name); !problem.empty()) {
+         throw ImportError(fmt::format("{}: VRF name {} cannot name a table: {}", source,
+                                       Wexa::Paths::shownName(name), problem));
+      }
       for (const auto& v : layout_.vrfs) {
          if (v.name == name) throw ImportError(fmt::format("VRF {} is named twice", name));
       }

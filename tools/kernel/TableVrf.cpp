@@ -1,5 +1,7 @@
 #include "kernel/TableVrf.h"
 
+#include "Wexa/Paths.h"
+
 #include <sstream>
 #include <stdexcept>
 
@@ -37,6 +39,10 @@ TableVrf parseTableVrf(const std::string& text) {
    v.name = text.substr(0, eq);
    if (v.name.empty()) bad(text, "no VRF name");
    if (v.name == "default") bad(text, "VRF default is the main table's");
+   if (std::string problem = Wexa::Paths::componentProblem(v.name); !problem.empty()) {
+      bad(text, "VRF name " + Wexa::Paths::shownName(v.name) + " cannot name a table: " +
+                    problem);
+   }
    const std::string rest = text.substr(eq + 1);
    const auto colon = rest.find(':');
    v.table = tableNumber(text, rest.substr(0, colon));

@@ -24,8 +24,8 @@ VeltState::Tables tablesFor(const VeltState::State& state, const std::string& sh
    return tables;
 }
 
-Agent::Agent(const VeltState::State& state, const std::string& shmDir)
-    : state_(state), tables_(tablesFor(state, shmDir)), shmDir_(shmDir) {
+Agent::Agent(VeltState::State state, const std::string& shmDir)
+    : state_(std::move(state)), tables_(tablesFor(state_, shmDir)), shmDir_(shmDir) {
    em_ = Pelin::make<Wexa::EntityManager>(kSysName, false);
    placeState();
    if (!std::getenv("VELT_NHR_PLUGINS")) setenv("VELT_NHR_PLUGINS", defaultPlugins, 1);

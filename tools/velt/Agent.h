@@ -26,7 +26,7 @@ class Agent {
    // `shmDir`, the forwarding and neighbour tables are not built from `state` but
    // attached read-only from the files a writer made there; `state` is then the layout
    // that writer left (VeltState::loadLayout).
-   explicit Agent(const VeltState::State& state, const std::string& shmDir = {});
+   explicit Agent(VeltState::State state, const std::string& shmDir = {});
    ~Agent();
 
    const VeltState::State& state() const { return state_; }

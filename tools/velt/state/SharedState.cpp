@@ -46,6 +46,10 @@ void writeLayoutFile(const std::string& dir, const State& layout) {
 
 std::string tablePath(bool unifiedFec, std::string_view tableName) {
    if (unifiedFec) return Quarn::Fib::TableInfo::unifiedStatusPath;
+   if (std::string problem = Wexa::Paths::componentProblem(tableName); !problem.empty()) {
+      throw Pelin::Exception(fmt::format("table name {} cannot name a folder: {}",
+                                         Wexa::Paths::shownName(tableName), problem));
+   }
    return Quarn::Fib::TableInfo::fecMountPath(Lumo::AddressFamily::ipunknown_,
                                               L3::VrfName(std::string(tableName)), "rib");
 }
