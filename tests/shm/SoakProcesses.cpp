@@ -21,8 +21,8 @@ std::string readAll(const std::filesystem::path& path) {
    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-Run outcome(int status, const std::filesystem::path& out) {
-   Run r;
+Outcome outcome(int status, const std::filesystem::path& out) {
+   Outcome r;
    if (WIFEXITED(status)) r.status = WEXITSTATUS(status);
    if (WIFSIGNALED(status)) r.signal = WTERMSIG(status);
    r.out = readAll(out);
@@ -42,7 +42,7 @@ void Child::kill() {
    reaped_ = true;
 }
 
-Run Child::wait() {
+Outcome Child::wait() {
    int status = 0;
    ::waitpid(pid, &status, 0);
    reaped_ = true;
@@ -78,7 +78,7 @@ Child spawnVelt(const std::vector<std::string>& args, const std::vector<std::str
    return Child(pid, out);
 }
 
-Run runVelt(std::vector<std::string> args, const std::string& targets,
+Outcome runVelt(std::vector<std::string> args, const std::string& targets,
             const std::vector<std::string>& env, const std::filesystem::path& out) {
    std::istringstream in(targets);
    for (std::string t; in >> t;)

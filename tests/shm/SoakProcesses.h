@@ -10,7 +10,7 @@
 
 namespace ShmSoak {
 
-struct Run {
+struct Outcome {
    int status = -1; // exit status, when it exited
    int signal = 0;  // the signal that ended it, if one did
    std::string out; // stdout and stderr
@@ -24,7 +24,7 @@ class Child {
    ~Child();
 
    void kill(); // SIGKILL, then reaped
-   Run wait();
+   Outcome wait();
 
    pid_t pid;
 
@@ -37,7 +37,7 @@ class Child {
 Child spawnVelt(const std::vector<std::string>& args, const std::vector<std::string>& env,
                 const std::filesystem::path& out);
 // Runs it to the end; `targets` (space-separated) are appended to `args`.
-Run runVelt(std::vector<std::string> args, const std::string& targets,
+Outcome runVelt(std::vector<std::string> args, const std::string& targets,
             const std::vector<std::string>& env, const std::filesystem::path& out);
 
 // Writes the pcap `pcap` into `fifo` again and again (one header, then its packets over

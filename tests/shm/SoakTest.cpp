@@ -75,7 +75,7 @@ class ShmSoak : public testing::Test {
       std::ofstream(states_[2]) << movedMacs(leaf, {{1, 93}, {3, 94}, {4, 95}});
       for (const std::string& state : states_) {
          for (int h = 1; h <= kHashes; ++h) {
-            const Run r = runVelt(
+            const Outcome r = runVelt(
                 {"--state", state, "resolve", "--json", "--hash", std::to_string(h)},
                 kTargets, {}, dir_ / "expect.out");
             ASSERT_EQ(r.status, 0) << r.out;
@@ -98,7 +98,7 @@ class ShmSoak : public testing::Test {
 
    // One short-lived reader: resolves every target with hash `h`.
    void readOnce(int h, const fs::path& out, Figures& f) {
-      const Run r = runVelt({"resolve", "--json", "--shm", "--hash", std::to_string(h)},
+      const Outcome r = runVelt({"resolve", "--json", "--shm", "--hash", std::to_string(h)},
                             kTargets, env(), out);
       ++f.readers;
       if (r.signal) {
@@ -131,7 +131,7 @@ class ShmSoak : public testing::Test {
 };
 
 TEST_F(ShmSoak, KilledAndRestartedWriterNeverTearsNorCrashesReaders) {
-   const auto until = Clock::now() + std::chrono::duration<double>(seconds());
+   const auto until = Clock::now() + std::chrono::milliseconds(static_cast<long>(seconds() * 1000));
    Figures f;
    std::atomic<unsigned> kills{0};
    std::atomic<bool> writing{true};
@@ -180,7 +180,7 @@ TEST_F(ShmSoak, KilledAndRestartedWriterNeverTearsNorCrashesReaders) {
    sampler.join();
    feeder.join();
    writer.join();
-   const Run replayed = replay.wait();
+   const Outcome replayed = replay.wait();
 
    ASSERT_EQ(replayed.signal, 0) << "the long-lived reader died: " << replayed.out;
    ASSERT_EQ(replayed.status, 0) << replayed.out;

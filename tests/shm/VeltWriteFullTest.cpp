@@ -41,13 +41,13 @@ TEST(ShmVeltWrite, WithoutRoomNamesTheFileAndReadersKeepThePreviousTables) {
    const std::vector<std::string> env{"VELT_SHM_DIR=" + small.path()};
    ASSERT_EQ(runVelt({"write", kLeaf}, "", env, out).status, 0);
 
-   const Run second = runVelt({"write", kLeaf}, "", env, out);
+   const Outcome second = runVelt({"write", kLeaf}, "", env, out);
    EXPECT_EQ(second.status, 1);
    EXPECT_THAT(second.out, ContainsRegex("velt: table file " + small.path() +
                                          "/set-2/.*: cannot reserve its [0-9]+ bytes in " +
                                          ".*: No space left on device"));
-   const Run expected = runVelt({"--state", kLeaf, "resolve", "--json"}, kTargets, {}, out);
-   const Run served = runVelt({"resolve", "--json", "--shm"}, kTargets, env, out);
+   const Outcome expected = runVelt({"--state", kLeaf, "resolve", "--json"}, kTargets, {}, out);
+   const Outcome served = runVelt({"resolve", "--json", "--shm"}, kTargets, env, out);
    ASSERT_EQ(served.status, 0) << served.out;
    EXPECT_EQ(nlohmann::json::parse(served.out)["decisions"],
              nlohmann::json::parse(expected.out)["decisions"]);
