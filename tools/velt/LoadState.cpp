@@ -18,6 +18,11 @@ namespace {
 // writer publishing a new set meanwhile must not pair one set's layout with another's
 // tables.
 const std::string& pinnedSet(const GlobalOptions& options) {
+   if (!options.stateFile.empty() || options.fromKernel) {
+      throw std::invalid_argument(
+          "--shm names the state on its own: the tables in shared memory come with the "
+          "layout their writer left, so --state and --linux do not go with it");
+   }
    static const std::string set = VeltState::publishedTables(tableDirOf(options));
    return set;
 }
@@ -37,14 +42,7 @@ VeltState::State importFromKernel(const GlobalOptions& options) {
 }
 
 VeltState::State loadState(const GlobalOptions& options) {
-   if (options.shm) {
-      if (!options.stateFile.empty() || options.fromKernel) {
-         throw std::invalid_argument(
-             "--shm names the state on its own: the tables in shared memory come with the "
-             "layout their writer left, so --state and --linux do not go with it");
-      }
-      return VeltState::loadLayout(pinnedSet(options));
-   }
+   if (options.shm) return VeltState::loadLayout(pinnedSet(options));
    if (options.fromKernel) return importFromKernel(options);
    if (!options.vrfTables.empty()) {
       throw std::invalid_argument("--vrf-table names tables of the kernel: it needs --linux");
