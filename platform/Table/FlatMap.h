@@ -173,6 +173,13 @@ class FlatMap {
    // is corruption only if the slot did not change meanwhile.
    template <typename Extra>
    bool findInto(const Key& key, Value& out, Extra&& extra) const {
+      const bool found = findUnverified(key, out, extra);
+      region_.verify();
+      return found;
+   }
+   // findInto without the check that the file is still the one mapped.
+   template <typename Extra>
+   bool findUnverified(const Key& key, Value& out, Extra&& extra) const {
       std::uint64_t h = hashKey(key);
       for (Word i = h & mask_, n = 0; n <= mask_; i = (i + 1) & mask_, ++n) {
          const Word* s = slot(i);
@@ -205,8 +212,10 @@ class FlatMap {
          Key key;
          Value value;
          read(i, seen, key, value, [] {});
+         region_.verify();
          if (checkedState(i, seen) == full) fn(key, value);
       }
+      region_.verify();
    }
 
    Word size() const { return loadWord(region_.header().size); }

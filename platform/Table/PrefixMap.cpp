@@ -262,7 +262,9 @@ void PrefixMap::corrupt(const char* what, Word index, const std::string& problem
 // ---- reader ----
 
 std::optional<PrefixMatch> PrefixMap::longestMatch(const PrefixKey& address) const {
-   return address.family == Family::ipv4 ? match4(address) : match6(address);
+   auto match = address.family == Family::ipv4 ? match4(address) : match6(address);
+   map_.region().verify();
+   return match;
 }
 
 unsigned PrefixMap::prepareExact(Family family, Word hi, Word lo, Word bits,

@@ -1,18 +1,21 @@
 #include "Table/Region.h"
 
 #include "Pelin/Exception.h"
+#include "Table/MappingGuard.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <bit>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fmt/format.h>
 #include <utility>
 
@@ -25,13 +28,36 @@ namespace {
                                       std::strerror(errno)));
 }
 
-// Closes a descriptor on every path out of a function.
+// Closes a descriptor on every path out of a function that does not keep it.
 struct Fd {
    int fd;
    ~Fd() {
       if (fd >= 0) ::close(fd);
    }
+   int release() { return std::exchange(fd, -1); }
 };
+
+std::uint32_t newInstance() {
+   std::uint32_t v = 0;
+   if (::getrandom(&v, sizeof v, GRND_NONBLOCK) != sizeof v) {
+      v = static_cast<std::uint32_t>(::getpid()) * 2654435761u ^
+          static_cast<std::uint32_t>(
+              std::chrono::steady_clock::now().time_since_epoch().count());
+   }
+   return v ? v : 1;
+}
+
+// Takes the file's whole size from its file system now, so that a full one is an error
+// here rather than a SIGBUS at the first write to a page that cannot be had. Where the
+// file system cannot reserve, posix_fallocate writes the blocks instead.
+void reserve(int fd, const std::string& name, std::size_t bytes) {
+   if (int err = ::posix_fallocate(fd, 0, static_cast<off_t>(bytes))) {
+      const std::filesystem::path file(name);
+      throw Pelin::Exception(
+          fmt::format("table file {}: cannot reserve its {} bytes in {}: {}", name, bytes,
+                      file.parent_path().string(), std::strerror(err)));
+   }
+}
 
 void* mapOrThrow(const std::string& name, std::size_t bytes, int prot, int flags, int fd) {
    void* p = ::mmap(nullptr, bytes, prot, flags, fd, 0);
@@ -74,16 +100,19 @@ RegionHeader Region::headerFor(const Layout& layout) {
    h.slotsOffset = wordsFor(sizeof(RegionHeader)) * 8;
    h.poolOffset = h.slotsOffset + h.slotCount * h.slotWords * 8;
    h.poolBytes = wordsFor(layout.poolBytes) * 8;
-   h.totalBytes = h.poolOffset + h.poolBytes;
+   h.totalBytes = h.poolOffset + h.poolBytes + kTailBytes;
    return h;
 }
 
-Region::Region(std::byte* base, std::size_t bytes, bool writable, std::string name)
-    : base_(base), bytes_(bytes), writable_(writable), name_(std::move(name)) {}
+Region::Region(std::byte* base, std::size_t bytes, bool writable, std::string name,
+               int fd)
+    : base_(base), bytes_(bytes), writable_(writable), name_(std::move(name)), fd_(fd) {}
 
 Region::Region(Region&& other) noexcept
     : base_(std::exchange(other.base_, nullptr)), bytes_(std::exchange(other.bytes_, 0)),
-      writable_(other.writable_), name_(std::move(other.name_)) {}
+      writable_(other.writable_), name_(std::move(other.name_)),
+      fd_(std::exchange(other.fd_, -1)), guard_(std::exchange(other.guard_, -1)),
+      instance_(other.instance_) {}
 
 Region& Region::operator=(Region&& other) noexcept {
    if (this != &other) {
@@ -94,12 +123,50 @@ Region& Region::operator=(Region&& other) noexcept {
 }
 
 Region::~Region() {
+   if (guard_ >= 0) MappingGuard::unwatch(guard_);
    if (base_) ::munmap(base_, bytes_);
+   if (fd_ >= 0) ::close(fd_);
+}
+
+void Region::guard() {
+   guard_ = MappingGuard::watch(base_, bytes_,
+                                writable_ ? PROT_READ | PROT_WRITE : PROT_READ, name_);
+}
+
+std::vector<std::string> Region::lostFiles() {
+   return MappingGuard::lostFiles();
+}
+
+void Region::lost() const {
+   struct stat st {};
+   const bool stated = fd_ >= 0 && ::fstat(fd_, &st) == 0;
+   const auto onFile = stated ? static_cast<std::size_t>(st.st_size) : bytes_;
+   if (onFile < bytes_) {
+      throw Pelin::CorruptionDetectedException(fmt::format(
+          "table file {}: cut short under its readers: {} of its {} bytes left", name_,
+          onFile, bytes_));
+   }
+   if (guard_ >= 0 && MappingGuard::lost(guard_)) {
+      throw Pelin::CorruptionDetectedException(
+          fmt::format("table file {}: a page of it could not be mapped: the file was cut "
+                      "short, or its "
+                      "file system is full",
+                      name_));
+   }
+   const auto now = std::atomic_ref<std::uint32_t>(header().instance).load();
+   const Word tail = loadWord(*words(bytes_ - kTailBytes));
+   throw Pelin::CorruptionDetectedException(
+       fmt::format("table file {}: rewritten under its readers: instance {:08x} became "
+                   "{:08x}, {:08x} at its end (the file was truncated or overwritten in "
+                   "place)",
+                   name_, instance_, now, tail));
 }
 
 // The magic goes in last so that a reader attaching early refuses a half-made file.
 void Region::initialise(const Layout& layout) {
    RegionHeader h = headerFor(layout);
+   h.instance = instance_ = newInstance();
+   storeWord(*words(h.totalBytes - kTailBytes), instance_);
    Word magic = std::exchange(h.magic, 0);
    std::memcpy(base_, &h, sizeof h);
    storeWord(header().magic, magic, std::memory_order_release);
@@ -150,12 +217,15 @@ Region Region::createFile(const std::string& path, const Layout& layout) {
    if (fd.fd < 0) systemError(temp, "open");
    // The process umask could only narrow 0600; fchmod keeps it exact either way.
    if (::fchmod(fd.fd, 0600) != 0) systemError(temp, "fchmod");
-   if (::ftruncate(fd.fd, static_cast<off_t>(bytes)) != 0) {
+   try {
+      reserve(fd.fd, path, bytes);
+   } catch (...) {
       ::unlink(temp.c_str());
-      systemError(temp, "ftruncate");
+      throw;
    }
    void* p = mapOrThrow(temp, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd.fd);
-   Region region(static_cast<std::byte*>(p), bytes, true, path);
+   Region region(static_cast<std::byte*>(p), bytes, true, path, fd.release());
+   region.guard();
    region.initialise(layout);
    if (::rename(temp.c_str(), path.c_str()) != 0) {
       ::unlink(temp.c_str());
@@ -175,7 +245,8 @@ Region Region::attachFile(const std::string& path, const Layout& expected) {
                                          path, bytes));
    }
    void* p = mapOrThrow(path, bytes, PROT_READ, MAP_SHARED, fd.fd);
-   Region region(static_cast<std::byte*>(p), bytes, false, path);
+   Region region(static_cast<std::byte*>(p), bytes, false, path, fd.release());
+   region.guard();
    const RegionHeader& h = region.header();
    expectEqual(path, "magic", loadWord(h.magic, std::memory_order_acquire), kMagic);
    expectEqual(path, "layout version", h.version, kVersion);
@@ -200,6 +271,13 @@ Region Region::attachFile(const std::string& path, const Layout& expected) {
    expectEqual(path, "pool offset", h.poolOffset, want.poolOffset);
    expectEqual(path, "total bytes", h.totalBytes, want.totalBytes);
    expectEqual(path, "file size", bytes, want.totalBytes);
+   region.instance_ = std::atomic_ref<std::uint32_t>(region.header().instance).load();
+   if (region.instance_ == 0) {
+      throw Pelin::Exception(
+          fmt::format("table file {}: instance 0 was never set by a writer", path));
+   }
+   expectEqual(path, "instance at the end", loadWord(*region.words(bytes - kTailBytes)),
+               region.instance_);
    return region;
 }
 

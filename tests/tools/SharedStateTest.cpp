@@ -1,21 +1,24 @@
 // Tables turned from one state into another by single-record changes end up exactly as if
 // built from the second state; shared-memory tables made by the writer read back the same
 // through the entity manager's file providers.
+#include "velt/state/SharedState.h"
 #include "../resolution/ResolutionTestUtil.h"
+#include "../shm/SmallFileSystem.h"
 #include "Kor/ValueText.h"
 #include "Pelin/Exception.h"
 #include "Quarn/Fec.h"
 #include "Quarn/TableInfo.h"
 #include "Shm/SharedTables.h"
+#include "Shm/TableSet.h"
 #include "Wexa/Paths.h"
-#include "velt/state/SharedState.h"
 #include "velt/state/StateDiff.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fmt/format.h>
 #include <filesystem>
+#include <fmt/format.h>
+#include <fstream>
 #include <set>
 #include <unistd.h>
 
@@ -136,8 +139,9 @@ TEST_F(SharedTablesTest, ReadersAttachWhatTheWriterMadeAndChanges) {
    Tables written = createSharedTables(leaf, dir, capacityFor({leaf, changed}));
 
    auto shm = Pelin::make<Wexa::EntityManager>("sharedStateTest", false, true);
-   Shm::fileProvidersIs(*shm, dir);
-   const State layout = loadLayout(dir);
+   const std::string set = publishedTables(dir);
+   Shm::fileProvidersIs(*shm, set);
+   const State layout = loadLayout(set);
    EXPECT_EQ(layout, layoutOf(leaf, capacityFor({leaf})));
    Tables read;
    using Quarn::Fib::TableInfo;
@@ -154,7 +158,7 @@ TEST_F(SharedTablesTest, ReadersAttachWhatTheWriterMadeAndChanges) {
 
    applyChanges(written, leaf, changed, "changed.yaml");
    EXPECT_EQ(contentOf(read), contentOf(buildTables(changed)));
-   EXPECT_EQ(std::filesystem::status(dir + "/layout.yaml").permissions(),
+   EXPECT_EQ(std::filesystem::status(set + "/layout.yaml").permissions(),
              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
    // An absent table mounts as nothing rather than failing.
    EXPECT_FALSE(shm->mount(tablePath(false, "nosuch"), TableInfo::forwardingStatusTypeName, {}));
@@ -162,7 +166,7 @@ TEST_F(SharedTablesTest, ReadersAttachWhatTheWriterMadeAndChanges) {
 
 TEST_F(SharedTablesTest, NoLayoutAndSecondWriterAreClearErrors) {
    try {
-      loadLayout(dir);
+      loadLayout(publishedTables(dir));
       ADD_FAILURE() << "an empty directory gave a layout";
    } catch (const StateError& e) {
       EXPECT_THAT(e.what(), HasSubstr("no shared tables here: start a writer first"));
@@ -174,6 +178,103 @@ TEST_F(SharedTablesTest, NoLayoutAndSecondWriterAreClearErrors) {
    } catch (const Pelin::Exception& e) {
       EXPECT_THAT(e.what(), HasSubstr("another writer holds " + dir + "/writer.lock"));
    }
+}
+
+// What readers of `dir` find, through the entity manager's providers.
+Tables attachPublished(const std::string& dir) {
+   const std::string set = publishedTables(dir);
+   auto shm = Pelin::make<Wexa::EntityManager>("sharedStateTest", false, true);
+   Shm::fileProvidersIs(*shm, set);
+   Tables read;
+   for (const TableEntry& t : loadLayout(set).tables) {
+      read.forwarding.emplace(
+          t.name, Pelin::ptr_cast<Quarn::FibGen::ForwardingStatus>(
+                      shm->mount(tablePath(false, t.name),
+                                 Quarn::Fib::TableInfo::forwardingStatusTypeName, {})));
+   }
+   read.arp = Pelin::ptr_cast<Arp::Table::Status>(
+       shm->mount(Wexa::Paths::arpStatus, Shm::arpStatusTypeName, {}));
+   return read;
+}
+
+std::set<std::string> setsIn(const std::string& dir) {
+   std::set<std::string> out;
+   for (const auto& e : std::filesystem::directory_iterator(dir)) {
+      if (e.is_directory() && !e.is_symlink()) out.insert(e.path().filename().string());
+   }
+   return out;
+}
+
+TEST_F(SharedTablesTest, EachWriterPublishesAWholeSetAndTheTwoLastAreKept) {
+   const State leaf = loadStateFile(leafPath);
+   createSharedTables(leaf, dir, capacityFor({leaf}));
+   {
+      Shm::TableSet failed(dir);
+      std::ofstream(failed.path() + "/layout.yaml") << "half made";
+   }
+   EXPECT_EQ(setsIn(dir), std::set<std::string>{"set-1"})
+       << "a set never published stayed";
+   // What a writer killed before publishing leaves is removed by the next one.
+   std::filesystem::create_directory(dir + "/set-7");
+   createSharedTables(leaf, dir, capacityFor({leaf}));
+   EXPECT_EQ(setsIn(dir), (std::set<std::string>{"set-1", "set-2"}));
+   const State changed = changedLeaf();
+   createSharedTables(changed, dir, capacityFor({changed}));
+   EXPECT_EQ(setsIn(dir), (std::set<std::string>{"set-2", "set-3"}));
+   EXPECT_EQ(publishedTables(dir), dir + "/set-3");
+   EXPECT_EQ(contentOf(attachPublished(dir)), contentOf(buildTables(changed)));
+
+   // A table too small for its state fails before its set is published.
+   SharedCapacity tiny = capacityFor({leaf});
+   tiny.tables.begin()->second.fecs = 1;
+   EXPECT_THROW(createSharedTables(leaf, dir, tiny), Pelin::Exception);
+   EXPECT_EQ(publishedTables(dir), dir + "/set-3");
+   EXPECT_EQ(setsIn(dir), (std::set<std::string>{"set-3"}));
+   EXPECT_EQ(contentOf(attachPublished(dir)), contentOf(buildTables(changed)));
+}
+
+TEST_F(SharedTablesTest, ALinkToAnythingButASetIsRefused) {
+   std::filesystem::create_directories(dir);
+   std::filesystem::create_directory_symlink("../elsewhere", dir + "/current");
+   try {
+      publishedTables(dir);
+      ADD_FAILURE() << "the link was followed out of the directory";
+   } catch (const Pelin::Exception& e) {
+      EXPECT_THAT(e.what(),
+                  HasSubstr(dir + "/current names ../elsewhere, not a set of tables"));
+   }
+}
+
+// Bytes of the files under `dir`.
+std::uintmax_t bytesUnder(const std::string& dir) {
+   std::uintmax_t n = 0;
+   for (const auto& e : std::filesystem::recursive_directory_iterator(dir)) {
+      if (e.is_regular_file()) n += e.file_size();
+   }
+   return n;
+}
+
+TEST_F(SharedTablesTest,
+       AWriterWithoutRoomFailsBeforePublishingAndTheLastSetStaysServed) {
+   const State leaf = loadStateFile(leafPath);
+   createSharedTables(leaf, dir, capacityFor({leaf}));
+   const std::uintmax_t setBytes = bytesUnder(dir);
+   // Room for one set and a half: the next writer's set cannot be made beside it.
+   ShmTest::SmallFileSystem fs(dir + "-mnt", setBytes * 3 / 2);
+   if (!fs.mounted()) GTEST_SKIP() << fs.whyNot();
+   createSharedTables(leaf, fs.path(), capacityFor({leaf}));
+   try {
+      createSharedTables(changedLeaf(), fs.path(), capacityFor({leaf}));
+      ADD_FAILURE() << "a second set was made without room for it";
+   } catch (const Pelin::Exception& e) {
+      EXPECT_THAT(e.what(),
+                  testing::ContainsRegex("^table file " + fs.path() +
+                                         "/set-2/.*: cannot reserve its [0-9]+ "
+                                         "bytes in .*: No space left on device$"));
+   }
+   EXPECT_EQ(publishedTables(fs.path()), fs.path() + "/set-1");
+   EXPECT_EQ(setsIn(fs.path()), std::set<std::string>{"set-1"});
+   EXPECT_EQ(contentOf(attachPublished(fs.path())), contentOf(buildTables(leaf)));
 }
 
 TEST(SharedTableNames, FollowTheMountPath) {

@@ -266,7 +266,8 @@ TEST(VeltToolTest, SharedTableProblemsAreNamed) {
    EXPECT_NE(both.out.find("--shm names the state on its own"), std::string::npos) << both.out;
 
    ASSERT_EQ(runShm(dir, "write " VELT_SOURCE_DIR "/examples/leaf.yaml").code, 0);
-   const fs::path fecs = dir / "forwardingGen" / "default" / "rib.fecs";
+   const fs::path fecs =
+       dir / fs::read_symlink(dir / "current") / "forwardingGen" / "default" / "rib.fecs";
    EXPECT_EQ(fs::status(fecs).permissions(), fs::perms::owner_read | fs::perms::owner_write);
    {
       std::fstream f(fecs, std::ios::in | std::ios::out | std::ios::binary);

@@ -147,8 +147,9 @@ class BenchSwitch {
          writer_ = VeltState::createSharedTables(state_, dir_->path(),
                                                  VeltState::capacityFor({state_}));
       }
-      agent_.emplace(shared ? VeltState::loadLayout(dir_->path()) : state_,
-                     shared ? dir_->path() : std::string());
+      const std::string set =
+          shared ? VeltState::publishedTables(dir_->path()) : std::string();
+      agent_.emplace(shared ? VeltState::loadLayout(set) : state_, set);
    }
    Agent& agent() { return *agent_; }
 

@@ -26,7 +26,8 @@ VeltState::State loadState(const GlobalOptions& options);
 VeltState::State importFromKernel(const GlobalOptions& options);
 // The shared-memory table directory the options name (whether or not --shm is on).
 std::string tableDirOf(const GlobalOptions& options);
-// What Agent takes as its table directory: tableDirOf() with --shm, else empty.
+// What Agent takes as its table directory: with --shm, the set of tables published in
+// tableDirOf(), resolved once per process and paired with loadState's layout; else empty.
 std::string readerDirOf(const GlobalOptions& options);
 // The embedded default state file's text.
 const char* embeddedStateText();

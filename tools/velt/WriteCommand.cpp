@@ -3,7 +3,9 @@
 // readers (`velt resolve --shm`, agents) keep reading.
 #include "Commands.h"
 
+#include "Pelin/Exception.h"
 #include "Shm/SharedTables.h"
+#include "Table/Region.h"
 #include "velt/state/SharedState.h"
 #include "velt/state/StateDiff.h"
 
@@ -69,6 +71,27 @@ void report(const WriteOptions& o, const std::string& file,
    }
 }
 
+// A table file cut short under the writer (by anything but the writer) leaves its
+// mapping lost: what the writer applies after that goes nowhere, so it stops.
+void stopIfLost() {
+   const std::vector<std::string> lost = Table::Region::lostFiles();
+   if (lost.empty()) return;
+   throw Pelin::Exception(
+       fmt::format("table files cut short under the writer: {}", fmt::join(lost, ", ")));
+}
+
+VeltState::ChangeSummary apply(VeltState::Tables& tables, const Version& from,
+                               const Version& to) {
+   try {
+      auto summary = VeltState::applyChanges(tables, from.state, to.state, to.file);
+      stopIfLost();
+      return summary;
+   } catch (const std::exception&) {
+      stopIfLost(); // the cause of whatever the lost mapping made fail
+      throw;
+   }
+}
+
 // Waits out the interval in short naps, so that a stop request is not kept waiting.
 bool pause(std::uint32_t ms) {
    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
@@ -90,6 +113,8 @@ void run(const GlobalOptions& global, const WriteOptions& o) {
    Shm::WriterLock lock(dir);
    std::signal(SIGINT, requestStop);
    std::signal(SIGTERM, requestStop);
+   // A file beyond the size limit is then an error naming it, not a silent death.
+   std::signal(SIGXFSZ, SIG_IGN);
 
    VeltState::Tables tables = VeltState::createSharedTables(
        versions[0].state, dir, VeltState::capacityFor([&] {
@@ -109,8 +134,7 @@ void run(const GlobalOptions& global, const WriteOptions& o) {
          if (next == 0 && (last || versions.size() == 1)) break;
          if (!pause(o.intervalMs)) return;
          const auto start = std::chrono::steady_clock::now();
-         auto summary = VeltState::applyChanges(tables, versions[current].state,
-                                                versions[next].state, versions[next].file);
+         auto summary = apply(tables, versions[current], versions[next]);
          std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
          report(o, versions[next].file, summary, took.count());
          current = next;

@@ -3,6 +3,7 @@
 #include "Pelin/Exception.h"
 #include "Quarn/TableInfo.h"
 #include "Shm/SharedTables.h"
+#include "Shm/TableSet.h"
 #include "Wexa/Paths.h"
 
 #include <sys/stat.h>
@@ -26,20 +27,22 @@ void atLeast(ForwardingStatus::Capacity& c, const ForwardingStatus::Capacity& mo
    c.viaPoolBytes = std::max(c.viaPoolBytes, more.viaPoolBytes);
 }
 
-// Written under a temporary name and renamed, so that a reader never loads half of it.
+// Readers see it only once its set is published, so it is written in place.
 void writeLayoutFile(const std::string& dir, const State& layout) {
    const std::string path = dir + "/" + layoutFileName;
-   const std::string temp = fmt::format("{}.new.{}", path, ::getpid());
-   {
-      std::ofstream out(temp, std::ios::trunc);
-      out << writeStateFile(layout);
-      if (!out.flush()) throw Pelin::Exception("cannot write " + temp);
+   const std::string text = writeStateFile(layout);
+   errno = 0;
+   std::ofstream out(path, std::ios::trunc);
+   if (!(out << text).flush() || ::chmod(path.c_str(), 0600) != 0) {
+      throw Pelin::Exception(fmt::format("layout file {}: cannot write its {} bytes: {}",
+                                         path, text.size(),
+                                         errno ? std::strerror(errno) : "write failed"));
    }
-   ::chmod(temp.c_str(), 0600);
-   if (::rename(temp.c_str(), path.c_str()) != 0) {
-      throw Pelin::Exception(
-          fmt::format("cannot rename {} to {}: {}", temp, path, std::strerror(errno)));
-   }
+}
+
+[[noreturn]] void noTables(const std::string& where) {
+   throw StateError(where, 0, 0,
+                    "no shared tables here: start a writer first (velt write STATE)");
 }
 
 } // namespace
@@ -70,19 +73,23 @@ Tables createSharedTables(const State& state, const std::string& dir,
                           const SharedCapacity& capacity) {
    Tables out;
    out.unifiedFec = state.unifiedFec;
+   Shm::makeDirsFor(dir, "");
+   Shm::TableSet set(dir);
+   const std::string& at = set.path();
    for (const auto& [name, cap] : capacity.tables) {
       const std::string path = tablePath(state.unifiedFec, name);
-      Shm::makeDirsFor(dir, path);
-      auto table = ForwardingStatus::createFiles(name, Shm::fileBase(dir, path), cap);
+      Shm::makeDirsFor(at, path);
+      auto table = ForwardingStatus::createFiles(name, Shm::fileBase(at, path), cap);
       if (const TableEntry* t = state.table(name)) fillForwarding(*table, *t);
       out.forwarding.emplace(name, std::move(table));
    }
-   Shm::makeDirsFor(dir, Wexa::Paths::arpStatus);
+   Shm::makeDirsFor(at, Wexa::Paths::arpStatus);
    out.arp = Arp::Table::Status::createFiles(
-       "arp", Shm::fileBase(dir, Wexa::Paths::arpStatus), capacity.neighbours);
+       "arp", Shm::fileBase(at, Wexa::Paths::arpStatus), capacity.neighbours);
    fillNeighbours(*out.arp, state);
    fillInterfaces(out, state);
-   writeLayoutFile(dir, layoutOf(state, capacity));
+   writeLayoutFile(at, layoutOf(state, capacity));
+   set.publish();
    return out;
 }
 
@@ -99,13 +106,16 @@ State layoutOf(const State& state, const SharedCapacity& capacity) {
    return layout;
 }
 
-State loadLayout(const std::string& dir) {
-   const std::string path = dir + "/" + layoutFileName;
+std::string publishedTables(const std::string& dir) {
+   auto set = Shm::publishedSet(dir);
+   if (!set) noTables(dir + "/" + Shm::currentLinkName);
+   return *set;
+}
+
+State loadLayout(const std::string& set) {
+   const std::string path = set + "/" + layoutFileName;
    struct stat st {};
-   if (::stat(path.c_str(), &st) != 0) {
-      throw StateError(path, 0, 0,
-                       "no shared tables here: start a writer first (velt write STATE)");
-   }
+   if (::stat(path.c_str(), &st) != 0) noTables(path);
    return loadStateFile(path);
 }
 
