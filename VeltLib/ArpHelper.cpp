@@ -24,7 +24,7 @@ ArpEntry findOrReport(const ArpEntryMap& map, const Arp::Table::ArpKey& key) {
    try {
       return map.find(key);
    } catch (const Pelin::CorruptionDetectedException& e) {
-      map.doCorruptionDetected(e.what());
+      map.doCorruptionDetected(e);
       return ArpEntry();
    }
 }
@@ -74,7 +74,7 @@ bool ArpHelper::arpLookupMac(Lumo::IntfId outputIntf, const Lumo::IpGenAddr& nex
    try {
       found = map.map().find(key);
    } catch (const Pelin::CorruptionDetectedException& e) {
-      map.doCorruptionDetected(e.what());
+      map.doCorruptionDetected(e);
       return false;
    }
    if (!found) return false;

@@ -15,6 +15,7 @@ namespace {
 
 enum DriverAttr : Kor::AttrId {
    kResolvers, kVrfRoots, kMaxResolutionsInVrf, kMaxVrfJumping, kMaxNhResolutionRecursionDepth,
+   kMaxPreResolutionDepth,
 };
 
 constexpr const char* kComponent = "NHResolver";
@@ -52,6 +53,10 @@ void RoutingNexthopResolver::maxVrfJumpingIs(std::uint8_t v) {
 }
 void RoutingNexthopResolver::maxNhResolutionRecursionDepthIs(std::uint8_t v) {
    Kor::assign(notifier_, maxNhResolutionRecursionDepth_, v, kMaxNhResolutionRecursionDepth);
+}
+
+void RoutingNexthopResolver::maxPreResolutionDepthIs(std::uint8_t v) {
+   Kor::assign(notifier_, maxPreResolutionDepth_, v, kMaxPreResolutionDepth);
 }
 
 void RoutingNexthopResolver::resolve(const Pelin::Ptr<RoutingContext>& ctx,
@@ -472,6 +477,8 @@ const Kor::TypeInfo* RoutingNexthopResolver::typeData() const {
            .value("maxVrfJumping", &R::maxVrfJumping, &R::maxVrfJumpingIs)
            .value("maxNhResolutionRecursionDepth", &R::maxNhResolutionRecursionDepth,
                   &R::maxNhResolutionRecursionDepthIs)
+           .value("maxPreResolutionDepth", &R::maxPreResolutionDepth,
+                  &R::maxPreResolutionDepthIs)
            .build();
    return &info;
 }
@@ -700,8 +707,15 @@ void ForwardFecTypeResolver::resolveUcmp(const Pelin::Ptr<RoutingContext>& rCtx,
       const Quarn::FibGen::Via& chosen = vias[primaries[k]];
       rCtx->count("Action", kComponent, "Pre-resolving via as there is a backup via");
       VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx, "Pre-resolving via as there is a backup via");
-      if (preResolve(rCtx, chosen, nexthop)) {
+      const PreResolved outcome = preResolve(rCtx, chosen, nexthop);
+      if (outcome == PreResolved::good) {
          committed = true;
+         break;
+      }
+      if (outcome == PreResolved::loop) {
+         // The other primaries would only walk into the loop again, each as deep: the
+         // backup is the way out.
+         primaries.clear();
          break;
       }
       totalWeight -= chosen.weight();
@@ -713,22 +727,61 @@ void ForwardFecTypeResolver::resolveUcmp(const Pelin::Ptr<RoutingContext>& rCtx,
    }
 }
 
-bool ForwardFecTypeResolver::preResolve(const Pelin::Ptr<RoutingContext>& rCtx,
-                                        const Quarn::FibGen::Via& via,
-                                        const Pelin::Ptr<RoutingNexthop>& nexthop) {
+namespace {
+
+// Pre-resolutions nested on this thread, and how often one was refused for depth: a
+// pre-resolution that saw the second move knows a loop lay below it.
+struct PreResolutionNesting {
+   std::uint8_t depth = 0;
+   std::uint64_t refusals = 0;
+};
+thread_local PreResolutionNesting preResolutionNesting;
+
+class NestedPreResolution {
+ public:
+   NestedPreResolution() { ++preResolutionNesting.depth; }
+   ~NestedPreResolution() { --preResolutionNesting.depth; }
+   NestedPreResolution(const NestedPreResolution&) = delete;
+   NestedPreResolution& operator=(const NestedPreResolution&) = delete;
+};
+
+} // namespace
+
+ForwardFecTypeResolver::PreResolved
+ForwardFecTypeResolver::preResolve(const Pelin::Ptr<RoutingContext>& rCtx,
+                                   const Quarn::FibGen::Via& via,
+                                   const Pelin::Ptr<RoutingNexthop>& nexthop) {
+   PreResolutionNesting& nesting = preResolutionNesting;
+   if (nesting.depth >= nexthopResolver_->maxPreResolutionDepth()) {
+      // Primaries that lead back into their own FEC nest without end: the deepest one
+      // fails, so that the backups take over on the way out.
+      ++nesting.refusals;
+      rCtx->count("Exceptional", kComponent,
+                  "Could not pre-resolve via, pre-resolution depth {} reached");
+      VELT_PKT_TRACE(nhResolverTrace(), 3, *rCtx,
+                     "Could not pre-resolve via, pre-resolution depth {} reached",
+                     unsigned(nesting.depth));
+      return PreResolved::loop;
+   }
+   const std::uint64_t refusalsBefore = nesting.refusals;
    Pelin::Ptr<RoutingNexthop> temp = routingNexthopFactory(Lumo::IntfId());
    temp->viaIs(via);
    // An unknown neighbour must show as "not resolved", not trap the packet.
    temp->arpLookupFailActionIs(ArpLookupFailAction::silentlyIgnore);
-   nexthopResolver_->resolve(rCtx, temp);
-   if (!temp->fullyResolved()) return false;
+   {
+      NestedPreResolution nested;
+      nexthopResolver_->resolve(rCtx, temp);
+   }
+   const PreResolved failed =
+       nesting.refusals != refusalsBefore ? PreResolved::loop : PreResolved::failed;
+   if (!temp->fullyResolved()) return failed;
    if (intfSuitabilityHelper_ && !intfSuitabilityHelper_->isSuitable(temp->outputIntf())) {
-      return false;
+      return failed;
    }
    if (temp->rewrites()) nexthop->rewritesIs()->copyFrom(temp->rewrites());
    nexthop->outputIntfIs(temp->outputIntf());
    nexthop->dstMacIs(temp->dstMac());
-   return true;
+   return PreResolved::good;
 }
 
 const Kor::TypeInfo* ForwardFecTypeResolver::typeData() const {

@@ -26,6 +26,10 @@ class RoutingNexthopResolver : public GenericPipeline {
    void maxVrfJumpingIs(std::uint8_t v);
    std::uint8_t maxNhResolutionRecursionDepth() const { return maxNhResolutionRecursionDepth_; }
    void maxNhResolutionRecursionDepthIs(std::uint8_t v);
+   // How many pre-resolutions of a backup FEC's primaries may nest on one thread: a
+   // routing loop through such FECs ends here instead of recursing without bound.
+   std::uint8_t maxPreResolutionDepth() const { return maxPreResolutionDepth_; }
+   void maxPreResolutionDepthIs(std::uint8_t v);
 
    void resolve(const Pelin::Ptr<RoutingContext>& ctx, const Pelin::Ptr<RoutingNexthop>& nexthop);
    void resolveInVrf(const Pelin::Ptr<RoutingContext>& ctx,
@@ -44,6 +48,7 @@ class RoutingNexthopResolver : public GenericPipeline {
    std::uint8_t maxResolutionsInVrf_ = 20;
    std::uint8_t maxVrfJumping_ = 5;
    std::uint8_t maxNhResolutionRecursionDepth_ = 5;
+   std::uint8_t maxPreResolutionDepth_ = 4;
    Kor::Notifier notifier_; // publishes the limit changes
 };
 
@@ -314,9 +319,11 @@ class ForwardFecTypeResolver : public FecTypeResolver {
    const Kor::TypeInfo* typeData() const override;
 
  private:
-   // Resolves `via` on a temporary next hop; true when it is usable, with its result
-   // copied into `nexthop`.
-   bool preResolve(const Pelin::Ptr<RoutingContext>& rCtx, const Quarn::FibGen::Via& via,
+   enum class PreResolved { good, failed, loop };
+   // Resolves `via` on a temporary next hop; good when it is usable, with its result
+   // copied into `nexthop`; loop when it failed after meeting the pre-resolution depth
+   // limit, here or deeper.
+   PreResolved preResolve(const Pelin::Ptr<RoutingContext>& rCtx, const Quarn::FibGen::Via& via,
                    const Pelin::Ptr<RoutingNexthop>& nexthop);
 
    RoutingNexthopResolver* nexthopResolver_;

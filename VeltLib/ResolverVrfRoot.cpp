@@ -18,7 +18,7 @@ Quarn::FibGen::Fec ResolverVrfRoot::genFec(Quarn::Fib::FecId fecId) const {
    try {
       return fwdStatus_->fec(fecId);
    } catch (const Pelin::CorruptionDetectedException& e) {
-      fwdStatus_->doCorruptionDetected(e.what());
+      fwdStatus_->doCorruptionDetected(e);
       return fwdStatus_->defaultFec();
    }
 }
@@ -31,7 +31,7 @@ void ResolverVrfRoot::genFecInto(Quarn::Fib::FecId fecId, Quarn::FibGen::Fec& ou
    try {
       if (!fwdStatus_->fecInto(fecId, out)) out = fwdStatus_->defaultFec();
    } catch (const Pelin::CorruptionDetectedException& e) {
-      fwdStatus_->doCorruptionDetected(e.what());
+      fwdStatus_->doCorruptionDetected(e);
       out = fwdStatus_->defaultFec();
    } catch (...) {
       out = fwdStatus_->defaultFec();

@@ -18,6 +18,39 @@ void ArpEntryMap::doCorruptionDetected(const std::string& message) const {
    corruptions_.report(message);
 }
 
+namespace {
+
+// Null, or what no writer puts in a key: lookups never match such a key, but a listing
+// would hand it on.
+const char* keyProblem(const ArpKey& k) {
+   const auto af = k.addr.af();
+   if (af != Lumo::AddressFamily::ipv4_ && af != Lumo::AddressFamily::ipv6_) {
+      return "address of no known family";
+   }
+   for (std::size_t i = k.addr.byteLength(); i < 16; ++i) {
+      if (k.addr.byte(i) != 0) return "address with bytes past its family's width";
+   }
+   if (Lumo::GenericIntfId::typeId(k.intfId) == 0 && k.intfId.isValid()) {
+      return "interface id of no type";
+   }
+   for (std::uint8_t b : k.pad) {
+      if (b != 0) return "padding set";
+   }
+   return nullptr;
+}
+
+} // namespace
+
+void ArpEntryMap::forEach(const std::function<void(const ArpEntry&)>& fn) const {
+   map_.forEach([&](const ArpKey& k, const ArpValue& v) {
+      if (const char* problem = keyProblem(k)) {
+         doCorruptionDetected(fmt::format("table {}: an entry is corrupt: {}", name_, problem));
+         return;
+      }
+      fn(ArpEntry(k, v));
+   });
+}
+
 Status::Status(const std::string& name) : Status(name, Capacity()) {}
 
 Status::Status(const std::string& name, const Capacity& c)

@@ -88,12 +88,15 @@ public:
    }
    // Reports a damaged map: counted, and the last message kept, for operators.
    void doCorruptionDetected(const std::string& message) const;
+   // The same for what a find raised, unless it repeats damage reported before.
+   void doCorruptionDetected(const Pelin::CorruptionDetectedException& e) const {
+      corruptions_.report(e);
+   }
    std::uint64_t corruptionCount() const { return corruptions_.count(); }
    std::string lastCorruption() const { return corruptions_.last(); }
    std::uint64_t size() const { return map_.size(); }
-   void forEach(const std::function<void(const ArpEntry&)>& fn) const {
-      map_.forEach([&](const ArpKey& k, const ArpValue& v) { fn(ArpEntry(k, v)); });
-   }
+   // For tools: entries whose key no writer makes are reported and left out.
+   void forEach(const std::function<void(const ArpEntry&)>& fn) const;
 
    // ---- the writer ----
    void entryIs(const ArpEntry& entry) { map_.insert(entry.key, entry.value()); }

@@ -24,14 +24,18 @@ IpGenAddr masked(const IpGenAddr& addr, unsigned length) {
    return IpGenAddr(addr.af(), bytes);
 }
 
-} // namespace
-
-IpGenPrefix::IpGenPrefix(const IpGenAddr& addr, std::uint8_t length)
-    : addr_(masked(addr, length)), length_(length) {
+// Before any byte is touched: a length from outside (a table, netlink) may be anything.
+unsigned checkedLength(const IpGenAddr& addr, std::uint8_t length) {
    if (length > addr.byteLength() * 8) {
       throw Pelin::RangeException("Lumo::IpGenPrefix::length > address width not allowed");
    }
+   return length;
 }
+
+} // namespace
+
+IpGenPrefix::IpGenPrefix(const IpGenAddr& addr, std::uint8_t length)
+    : addr_(masked(addr, checkedLength(addr, length))), length_(length) {}
 
 IpGenPrefix::IpGenPrefix(std::string_view text) {
    if (text.empty()) return;

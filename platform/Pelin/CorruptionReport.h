@@ -1,6 +1,8 @@
 // How a shared table reports damage found by its readers: a count and the last message,
 // for operators. Readers on several threads may report at once.
 #pragma once
+#include "Pelin/Exception.h"
+
 #include <atomic>
 #include <cstdint>
 #include <mutex>
@@ -19,6 +21,10 @@ class CorruptionReport {
       std::lock_guard lock(mutex_);
       count_.fetch_add(1, std::memory_order_relaxed);
       last_ = message;
+   }
+   // What a read raised; a repeat was counted when first raised.
+   void report(const CorruptionDetectedException& e) {
+      if (!e.repeat()) report(std::string(e.what()));
    }
    std::uint64_t count() const { return count_.load(std::memory_order_relaxed); }
    std::string last() const {

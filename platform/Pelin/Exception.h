@@ -53,10 +53,16 @@ class DeserializationException : public Exception {
    std::string what_;
 };
 
-// A shared table found inconsistent while reading it.
+// A shared table found inconsistent while reading it. A repeat is damage that was raised
+// and reported before and is still there: answered as corrupt, not reported again.
 class CorruptionDetectedException : public Exception {
  public:
-   using Exception::Exception;
+   explicit CorruptionDetectedException(const std::string& what, bool repeat = false)
+       : Exception(what), repeat_(repeat) {}
+   bool repeat() const { return repeat_; }
+
+ private:
+   bool repeat_;
 };
 
 } // namespace Pelin

@@ -2,6 +2,8 @@
 
 #include "Pelin/Exception.h"
 
+#include <cstring>
+
 namespace Quarn::FibGen {
 
 namespace {
@@ -19,6 +21,60 @@ Lumo::IpGenPrefix prefixOf(const Table::PrefixKey& k) {
 }
 
 ForwardingStatus::FecTable::Bounds viaBounds() { return {Fec::maxVias, Fec::maxSecondaryVias}; }
+
+bool adjTypeInRange(Fib::FecId id) { return (id.value() >> Fib::adjTypePos()) < Fib::adjTypeMax(); }
+
+// A backup index past the vias but within the via-index range is a FEC without a usable
+// backup, which resolution handles.
+bool headDamaged(const FecHead& head) {
+   return head.loopbackOnly > 1 || head.pad != 0 || head.backupViaIndex > Fib::ViaIndex::max;
+}
+
+bool fecDamaged(const FecHead& head, const Fec& fec) {
+   return headDamaged(head) || viasDamaged(fec.vias()) || viasDamaged(fec.secondaryVias());
+}
+
+// What fecDamaged() found.
+std::string fecProblem(const FecHead& head, const Fec& fec) {
+   if (head.loopbackOnly > 1) return fmt::format("loopback-only flag {}", head.loopbackOnly);
+   if (head.pad != 0) return fmt::format("padding byte {}", head.pad);
+   if (head.backupViaIndex > Fib::ViaIndex::max) {
+      return fmt::format("backup via index {} above {}", head.backupViaIndex,
+                         Fib::ViaIndex::max);
+   }
+   std::size_t at = 0;
+   if (const char* p = viasProblem(fec.vias(), at)) return fmt::format("via {}: {}", at, p);
+   if (const char* p = viasProblem(fec.secondaryVias(), at)) {
+      return fmt::format("secondary via {}: {}", at, p);
+   }
+   return {};
+}
+
+[[noreturn]] void damagedFec(const std::string& table, Fib::FecId id, const std::string& what) {
+   throw Pelin::CorruptionDetectedException(
+       fmt::format("table {}: FEC {} is corrupt: {}", table, id, what));
+}
+
+[[noreturn]] void damagedRoute(const std::string& table, const std::string& prefix,
+                               std::uint64_t value) {
+   throw Pelin::CorruptionDetectedException(fmt::format(
+       "table {}: route {} is corrupt: FEC id {:#x} of an adjacency type out of range",
+       table, prefix, value));
+}
+
+// Null, or what no writer puts in a stored prefix.
+const char* prefixKeyProblem(const Table::PrefixKey& k) {
+   if (k.family != Table::Family::ipv4 && k.family != Table::Family::ipv6) {
+      return "address family out of range";
+   }
+   if (k.length > Table::PrefixKey::maxLength(k.family)) return "length above its family's";
+   Table::PrefixKey clean = k.masked(k.length);
+   if (std::memcmp(clean.bytes, k.bytes, sizeof k.bytes) != 0) return "bits set past its length";
+   for (std::uint8_t b : k.pad) {
+      if (b != 0) return "padding set";
+   }
+   return nullptr;
+}
 
 } // namespace
 
@@ -69,11 +125,15 @@ bool ForwardingStatus::fecInto(Fib::FecId fecId, Fec& out) const {
       return list == 0 ? out.viaStorageIs(count) : out.secondaryViaStorageIs(count);
    });
    if (!head) return false;
+   // Judged once here, on the private copy, so that nothing downstream meets a value no
+   // writer makes.
+   if (fecDamaged(*head, out)) [[unlikely]]
+      damagedFec(name_, fecId, fecProblem(*head, out));
    out.fecIdIs(fecId);
    out.backupViaIndexIs(head->backupViaIndex);
    out.fecTypeIs(head->fecType);
    out.flagsIs(head->flags);
-   out.loopbackOnlyIs(head->loopbackOnly);
+   out.loopbackOnlyIs(head->loopbackOnly != 0);
    return true;
 }
 
@@ -89,17 +149,28 @@ std::optional<RouteMatch> ForwardingStatus::routeLookup(const Lumo::IpGenAddr& a
    Table::PrefixKey key = hostKey(addr);
    auto match = routes_.longestMatch(key);
    if (!match) return std::nullopt;
-   return RouteMatch{Lumo::IpGenPrefix(addr, match->length), Fib::FecId(match->value)};
+   const Fib::FecId fecId(match->value);
+   if (!adjTypeInRange(fecId) || match->length > Table::PrefixKey::maxLength(key.family))
+      [[unlikely]] {
+      damagedRoute(name_, fmt::format("{}/{}", addr, unsigned(match->length)), match->value);
+   }
+   return RouteMatch{Lumo::IpGenPrefix(addr, match->length), fecId};
 }
 
 std::optional<Fib::FecId> ForwardingStatus::route(const Lumo::IpGenPrefix& prefix) const {
    auto v = routes_.find(prefixKey(prefix));
    if (!v) return std::nullopt;
+   if (!adjTypeInRange(Fib::FecId(*v))) [[unlikely]]
+      damagedRoute(name_, fmt::format("{}", prefix), *v);
    return Fib::FecId(*v);
 }
 
 void ForwardingStatus::doCorruptionDetected(const std::string& message) const {
    corruptions_.report(message);
+}
+
+void ForwardingStatus::doCorruptionDetected(const Pelin::CorruptionDetectedException& e) const {
+   corruptions_.report(e);
 }
 
 std::string ForwardingStatus::lastCorruption() const { return corruptions_.last(); }
@@ -108,24 +179,51 @@ std::uint64_t ForwardingStatus::fecCount() const { return fecs_.size(); }
 std::uint64_t ForwardingStatus::routeCount() const { return routes_.size(); }
 
 void ForwardingStatus::forEachFec(const std::function<void(const Fec&)>& fn) const {
-   fecs_.forEach([&](const Fib::FecId& id, const FecHead&, const auto&) { fn(fec(id)); });
+   fecs_.forEach([&](const Fib::FecId& id, const FecHead&, const auto&) {
+      std::optional<Fec> copy;
+      try {
+         copy.emplace(fec(id));
+      } catch (const Pelin::CorruptionDetectedException& e) {
+         doCorruptionDetected(e);
+         return;
+      }
+      fn(*copy);
+   });
 }
 
 void ForwardingStatus::forEachRoute(
     const std::function<void(const Lumo::IpGenPrefix&, Fib::FecId)>& fn) const {
    routes_.map().forEach([&](const Table::PrefixKey& k, std::uint64_t v) {
+      const char* problem = prefixKeyProblem(k);
+      if (!problem && !adjTypeInRange(Fib::FecId(v))) {
+         problem = "FEC id of an adjacency type out of range";
+      }
+      if (problem) {
+         doCorruptionDetected(fmt::format("table {}: a route is corrupt: {}", name_, problem));
+         return;
+      }
       fn(prefixOf(k), Fib::FecId(v));
    });
 }
 
 void ForwardingStatus::fecIs(const Fec& fec) {
-   FecHead head{fec.backupViaIndex(), fec.fecType(), fec.flags(), fec.loopbackOnly(), 0};
+   FecHead head{fec.backupViaIndex(), fec.fecType(), fec.flags(),
+                std::uint8_t(fec.loopbackOnly() ? 1 : 0), 0};
+   if (fecDamaged(head, fec)) {
+      throw Pelin::RangeException(fmt::format("table {}: FEC {} not written: {}", name_,
+                                              fec.fecId(), fecProblem(head, fec)));
+   }
    fecs_.insert(fec.fecId(), head, {fec.vias(), fec.secondaryVias()});
 }
 
 bool ForwardingStatus::fecDel(Fib::FecId fecId) { return fecs_.erase(fecId); }
 
 void ForwardingStatus::routeIs(const Lumo::IpGenPrefix& prefix, Fib::FecId fecId) {
+   if (!adjTypeInRange(fecId)) {
+      throw Pelin::RangeException(fmt::format(
+          "table {}: route {} not written: FEC id {:#x} of an adjacency type out of range",
+          name_, prefix, fecId.value()));
+   }
    routes_.insert(prefixKey(prefix), fecId.value());
 }
 

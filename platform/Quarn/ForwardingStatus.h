@@ -19,12 +19,13 @@
 
 namespace Quarn::FibGen {
 
-// The fixed part of a stored FEC; the vias live in the table's lists.
+// The fixed part of a stored FEC; the vias live in the table's lists. No bool: a damaged
+// byte must be readable as a number before it is judged.
 struct FecHead {
    std::uint32_t backupViaIndex;
    std::uint8_t fecType;
    std::uint8_t flags;
-   bool loopbackOnly;
+   std::uint8_t loopbackOnly; // 0 or 1
    std::uint8_t pad;
 };
 
@@ -61,29 +62,36 @@ class ForwardingStatus : public Kor::Notifier {
 
    // ---- readers ----
    // The FEC of `fecId`, or defaultFec() when absent; raises
-   // Pelin::CorruptionDetectedException when the record is found damaged.
+   // Pelin::CorruptionDetectedException when the record is found damaged, or holds a value
+   // no writer makes (see Via::problem).
    Fec fec(Fib::FecId fecId) const;
    // fec() copied straight into `out`, in proportion to its vias: true when `fecId` is
    // present. False, or an error as fec() raises, leaves `out` partly written.
    bool fecInto(Fib::FecId fecId, Fec& out) const;
    // The empty FEC of id 0, returned for absent keys.
    const Fec& defaultFec() const;
-   // The longest route covering `addr`, if any; may raise CorruptionDetectedException.
+   // The longest route covering `addr`, if any; may raise CorruptionDetectedException,
+   // also for a route to a FEC id no writer makes.
    std::optional<RouteMatch> routeLookup(const Lumo::IpGenAddr& addr) const;
    std::optional<Fib::FecId> route(const Lumo::IpGenPrefix& prefix) const;
    // Reports a damaged table: counted, and the last message kept, for operators.
    void doCorruptionDetected(const std::string& message) const;
+   // The same for what a read raised, unless it repeats damage reported before.
+   void doCorruptionDetected(const Pelin::CorruptionDetectedException& e) const;
    std::uint64_t corruptionCount() const { return corruptions_.count(); }
    std::string lastCorruption() const;
 
    std::uint64_t fecCount() const;
    std::uint64_t routeCount() const;
+   // For tools: damaged records are reported and left out.
    void forEachFec(const std::function<void(const Fec&)>& fn) const;
    void forEachRoute(const std::function<void(const Lumo::IpGenPrefix&, Fib::FecId)>& fn) const;
 
    // ---- the writer ----
+   // Raises RangeException for a FEC readers would take for damage (see Via::problem).
    void fecIs(const Fec& fec);
    bool fecDel(Fib::FecId fecId);
+   // Raises RangeException for a FEC id of an adjacency type out of range.
    void routeIs(const Lumo::IpGenPrefix& prefix, Fib::FecId fecId);
    bool routeDel(const Lumo::IpGenPrefix& prefix);
    // Tests only: leaves the record of `fecId` half-written, as a killed writer would.

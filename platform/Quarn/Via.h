@@ -6,6 +6,8 @@
 #include "Lumo/IpGenAddr.h"
 #include "Quarn/FecId.h"
 
+#include <span>
+
 namespace Quarn::FibGen {
 
 class Via {
@@ -27,6 +29,11 @@ class Via {
    void fecIdIs(Fib::FecId v) { fecId_ = v; }
    void tunnelIdIs(std::uint32_t v) { tunnelId_ = v; }
 
+   // Null, or what makes this via one that no writer makes (a damaged record): a FEC id
+   // or FEC-id interface of an adjacency type out of range, an interface id of no type,
+   // a hop of no family or with bytes past its family's width.
+   const char* problem() const;
+
    static bool isEq(const Via& a, const Via& b) {
       return a.intfId_ == b.intfId_ && a.weight_ == b.weight_ && a.hop_ == b.hop_ &&
              a.fecId_ == b.fecId_ && a.tunnelId_ == b.tunnelId_;
@@ -41,6 +48,12 @@ class Via {
    std::uint32_t tunnelId_ = 0;
    Lumo::IpGenAddr hop_;
 };
+
+// Whether any of `vias` has a problem(): a few instructions per via, without branches,
+// for whole lists read per packet.
+bool viasDamaged(std::span<const Via> vias);
+// Null, or the first problem() of `vias` with its index in `at`.
+const char* viasProblem(std::span<const Via> vias, std::size_t& at);
 
 } // namespace Quarn::FibGen
 

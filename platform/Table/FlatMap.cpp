@@ -2,9 +2,9 @@
 
 namespace Table {
 
-void corruptSlot(const std::string& table, Word slot, const std::string& problem) {
+void corruptSlot(const std::string& table, Word slot, const std::string& problem, bool repeat) {
    throw Pelin::CorruptionDetectedException(
-       fmt::format("table {}: slot {} is corrupt: {}", table, slot, problem));
+       fmt::format("table {}: slot {} is corrupt: {}", table, slot, problem), repeat);
 }
 
 void tableFull(const std::string& table, Word capacity) {

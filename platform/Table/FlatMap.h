@@ -14,6 +14,7 @@
 
 #include <cstring>
 #include <fmt/format.h>
+#include <memory>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -36,7 +37,9 @@ std::uint64_t hashKey(const Key& key) {
    return h ^ (h >> 29);
 }
 
-[[noreturn]] void corruptSlot(const std::string& table, Word slot, const std::string& problem);
+// `repeat`: damage raised before and still there (see CorruptionDetectedException).
+[[noreturn]] void corruptSlot(const std::string& table, Word slot, const std::string& problem,
+                              bool repeat = false);
 [[noreturn]] void tableFull(const std::string& table, Word capacity);
 
 template <typename Key, typename Value>
@@ -65,7 +68,8 @@ class FlatMap {
    // In-process map holding up to `capacity` entries.
    explicit FlatMap(Word capacity) : FlatMap(Region::anonymous(layout(capacity))) {}
    // Over a region made with (an extension of) layout().
-   explicit FlatMap(Region region) : region_(std::move(region)) {
+   explicit FlatMap(Region region)
+       : region_(std::move(region)), stuck_(std::make_unique<StuckGenerations>()) {
       const RegionHeader& h = region_.header();
       VELT_ASSERT(h.keySize == sizeof(Key) && h.valueSize == sizeof(Value));
       slots_ = region_.words(h.slotsOffset);
@@ -184,8 +188,10 @@ class FlatMap {
       for (Word i = h & mask_, n = 0; n <= mask_; i = (i + 1) & mask_, ++n) {
          const Word* s = slot(i);
          Word meta = loadWord(s[metaField], std::memory_order_acquire);
-         State state = checkedState(i, meta);
+         const auto state = static_cast<std::uint32_t>(meta);
          if (state == empty) return false;
+         // A damaged state word is judged by the lookups of its own key, which carry its
+         // tag; the others pass it as they pass any slot not theirs.
          if (state == tombstone || (meta >> 32) != tag(h)) continue;
          Word seen;
          Key stored;
@@ -198,6 +204,12 @@ class FlatMap {
          if (checkedState(i, seen) == full && std::memcmp(&stored, &key, sizeof key) == 0) {
             if (problem) corruptSlot(name(), i, problem);
             return true;
+         }
+         // Our tag on another key is either a rare collision or a key damaged in place:
+         // the stored key must hash to the tag stored with it.
+         if (checkedState(i, seen) == full && (seen >> 32) != tag(hashKey(stored)))
+            [[unlikely]] {
+            corruptSlot(name(), i, "key does not match its hash");
          }
       }
       return false;
@@ -220,6 +232,9 @@ class FlatMap {
 
    Word size() const { return loadWord(region_.header().size); }
    Word capacity() const { return region_.header().capacity; }
+   // The entries this process found left odd by a dead writer; shared with the tables
+   // built on this map.
+   StuckGenerations& stuckGenerations() const { return *stuck_; }
    const std::string& name() const { return region_.name(); }
    const Region& region() const { return region_; }
    Region& region() { return region_; }
@@ -246,15 +261,18 @@ class FlatMap {
    template <typename Extra>
    void read(Word i, Word& meta, Key& key, Value& value, Extra&& extra) const {
       const Word* s = slot(i);
-      auto outcome = seqRead(s[genField], [&] {
-         meta = loadWord(s[metaField], std::memory_order_acquire);
-         copyOut(s + keyField, &key, sizeof(Key));
-         copyOut(s + valueField, &value, sizeof(Value));
-         extra();
-      });
-      if (outcome == ReadOutcome::stuck) {
-         corruptSlot(name(), i,
-                     fmt::format("generation {} stays odd", loadWord(s[genField])));
+      auto outcome = seqRead(
+          s[genField],
+          [&] {
+             meta = loadWord(s[metaField], std::memory_order_acquire);
+             copyOut(s + keyField, &key, sizeof(Key));
+             copyOut(s + valueField, &value, sizeof(Value));
+             extra();
+          },
+          *stuck_);
+      if (outcome != ReadOutcome::ok) {
+         corruptSlot(name(), i, fmt::format("generation {} stays odd", loadWord(s[genField])),
+                     outcome == ReadOutcome::stuckAgain);
       }
    }
 
@@ -293,6 +311,7 @@ class FlatMap {
    Region region_;
    Word* slots_ = nullptr;
    Word mask_ = 0;
+   std::unique_ptr<StuckGenerations> stuck_; // process-local: the mapping is read-only
 };
 
 } // namespace Table

@@ -249,14 +249,24 @@ void PrefixMap::stuck(const char* family, const Word* shortEntry, Word shortInde
                       const Word* rootEntry, Word rootIndex) const {
    bool root = busy(loadWord(rootEntry[0])) || !busy(loadWord(shortEntry[0]));
    std::string what = fmt::format("{} {} entry", family, root ? "root" : "/0../8");
-   Word gen = loadWord((root ? rootEntry : shortEntry)[0]) & kGenMask;
+   const Word* entry = root ? rootEntry : shortEntry;
+   const Word meta = loadWord(entry[0]);
+   // Reported by the first reader to find it; the others, and later lookups, are answered
+   // at once until a writer moves the generation.
+   const bool fresh = map_.stuckGenerations().remember(entry, meta);
    corrupt(what.c_str(), root ? rootIndex : shortIndex,
-           fmt::format("generation {} stays odd", gen));
+           fmt::format("generation {} stays odd", meta & kGenMask), !fresh);
 }
 
-void PrefixMap::corrupt(const char* what, Word index, const std::string& problem) const {
+bool PrefixMap::knownStuck(const Word* entry, Word meta) const {
+   return busy(meta) && map_.stuckGenerations().known(entry, meta);
+}
+
+void PrefixMap::corrupt(const char* what, Word index, const std::string& problem,
+                        bool repeat) const {
    throw Pelin::CorruptionDetectedException(
-       fmt::format("table {}: {} {} is corrupt: {}", map_.name(), what, index, problem));
+       fmt::format("table {}: {} {} is corrupt: {}", map_.name(), what, index, problem),
+       repeat);
 }
 
 // ---- reader ----
@@ -297,7 +307,10 @@ std::optional<PrefixMatch> PrefixMap::match4(const PrefixKey& address) const {
    do {
       Word ms = loadWord(sh[0], std::memory_order_acquire);
       Word mr = loadWord(rt[0], std::memory_order_acquire);
-      if (busy(ms) || busy(mr)) continue;
+      if (busy(ms) || busy(mr)) {
+         if (knownStuck(sh, ms) || knownStuck(rt, mr)) break;
+         continue;
+      }
       Word vs = loadWord(sh[1]);
       Word vr = loadWord(rt[1]);
       if (pause_) [[unlikely]]
@@ -354,7 +367,10 @@ std::optional<PrefixMatch> PrefixMap::match6(const PrefixKey& address) const {
       anchorMetas[0] = anchorMetas[1] = nullptr;
       Word ms = loadWord(sh[0], std::memory_order_acquire);
       Word mr = loadWord(rt[0], std::memory_order_acquire);
-      if (busy(ms) || busy(mr)) continue;
+      if (busy(ms) || busy(mr)) {
+         if (knownStuck(sh, ms) || knownStuck(rt, mr)) break;
+         continue;
+      }
       Word vs = loadWord(sh[1]);
       Word vr = loadWord(rt[1]);
       if (pause_) [[unlikely]]
@@ -448,9 +464,11 @@ bool PrefixMap::probe(Word key, Slot& out) const {
                break;
             }
          }
-         if (!patience.again(m)) {
+         const bool known = knownStuck(s, m);
+         if (known || !patience.again(m)) {
+            const bool fresh = !known && map_.stuckGenerations().remember(s, m);
             corrupt("hashed IPv6 entry", i,
-                    fmt::format("generation {} stays odd", m & kGenMask));
+                    fmt::format("generation {} stays odd", m & kGenMask), !fresh);
          }
       }
    }

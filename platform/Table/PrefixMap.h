@@ -110,8 +110,10 @@ class PrefixMap {
    unsigned prepareExact(Family family, Word hi, Word lo, Word bits, unsigned base,
                          PrefixKey* keys) const;
    std::optional<PrefixMatch> findExact(const PrefixKey* keys, unsigned count) const;
-   [[noreturn]] void corrupt(const char* what, Word index,
-                             const std::string& problem) const;
+   [[noreturn]] void corrupt(const char* what, Word index, const std::string& problem,
+                             bool repeat = false) const;
+   // True when `entry` is odd at a `meta` a reader found stuck before.
+   bool knownStuck(const Word* entry, Word meta) const;
    [[noreturn]] void stuck(const char* family, const Word* shortEntry, Word shortIndex,
                            const Word* rootEntry, Word rootIndex) const;
 

@@ -2,11 +2,13 @@
 // accesses (so a torn read is detected, never undefined behaviour) and the per-record
 // generation protocol (odd while the writer is inside the record).
 #pragma once
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 #include <thread>
 
 namespace Table {
@@ -90,23 +92,76 @@ class RetryBudget {
    std::chrono::steady_clock::time_point deadline_;
 };
 
-enum class ReadOutcome { ok, stuck };
+// The generation words this process found stuck odd (a writer died inside the record),
+// with the value each was stuck at: the next reader of such a record is answered at once
+// instead of spending the retry budget again, until a writer moves the generation. Readers
+// on several threads share it; it is only consulted when a generation is odd.
+class StuckGenerations {
+ public:
+   // True when `gen` at `at` was found stuck before.
+   bool known(const Word* at, Word gen) const {
+      if (count_.load(std::memory_order_acquire) == 0) return false;
+      std::lock_guard lock(mutex_);
+      for (const Entry& e : entries_) {
+         if (e.at == at && e.gen == gen) return true;
+      }
+      return false;
+   }
+   // Remembers `gen` at `at` as stuck; true when no reader had found it yet, so that the
+   // damage is reported once.
+   bool remember(const Word* at, Word gen) {
+      std::lock_guard lock(mutex_);
+      for (const Entry& e : entries_) {
+         if (e.at == at && e.gen == gen) return false;
+      }
+      // The oldest goes: a dead writer leaves at most a record or two.
+      entries_[next_++ % kEntries] = Entry{at, gen};
+      count_.store(std::min<Word>(next_, kEntries), std::memory_order_release);
+      ++waits_;
+      return true;
+   }
+   // How often a reader spent the whole budget on a generation that then stayed odd.
+   Word waits() const {
+      std::lock_guard lock(mutex_);
+      return waits_;
+   }
+
+ private:
+   static constexpr std::size_t kEntries = 16;
+   struct Entry {
+      const Word* at = nullptr;
+      Word gen = 0;
+   };
+   mutable std::mutex mutex_;
+   std::atomic<Word> count_{0};
+   Entry entries_[kEntries];
+   Word next_ = 0;
+   Word waits_ = 0;
+};
+
+// stuck: the budget ran out, first found; stuckAgain: answered as stuck at once, or found
+// by another reader first.
+enum class ReadOutcome { ok, stuck, stuckAgain };
 
 // Runs `copy` until it ran entirely inside one even generation of `gen`, or the budget is
 // spent. `copy` must only read shared memory, with acquire loads (copyOut, or loadWord
 // with memory_order_acquire), which keep the re-check of `gen` after them, and write
 // private memory.
 template <typename Copy>
-ReadOutcome seqRead(const Word& gen, Copy&& copy) {
+ReadOutcome seqRead(const Word& gen, Copy&& copy, StuckGenerations& stuck) {
    RetryBudget budget;
    do {
       Word before = loadWord(gen, std::memory_order_acquire);
       if ((before & 1) == 0) {
          copy();
          if (loadWord(gen) == before) return ReadOutcome::ok;
+      } else if (stuck.known(&gen, before)) {
+         return ReadOutcome::stuckAgain;
       }
    } while (budget.again());
-   return ReadOutcome::stuck;
+   const Word now = loadWord(gen);
+   if ((now & 1) == 0) return seqRead(gen, copy, stuck); // the writer came back just now
+   return stuck.remember(&gen, now) ? ReadOutcome::stuck : ReadOutcome::stuckAgain;
 }
 
 } // namespace Table

@@ -44,7 +44,7 @@ class RouteLookupResolver : public Velt::DstIpResolver {
       try {
          return table->routeLookup(dst);
       } catch (const Pelin::CorruptionDetectedException& e) {
-         table->doCorruptionDetected(e.what()); // answered as no route
+         table->doCorruptionDetected(e); // answered as no route
          return std::nullopt;
       }
    }

@@ -80,6 +80,17 @@ TEST(IpGenPrefix, ContainsAndRejectsHostBits) {
    EXPECT_EQ(IpGenPrefix(IpGenAddr("10.1.2.3"), 16), IpGenPrefix("10.1.0.0/16"));
 }
 
+// Lengths come from tables and netlink: any byte. The check comes before the address is
+// masked, which would read and write past the 16 address bytes (caught under ASan).
+TEST(IpGenPrefix, LengthBeyondTheFamilyIsARangeErrorBeforeAnyByteIsTouched) {
+   for (auto [addr, length] : {std::pair{"10.0.0.0", 33}, {"10.0.0.0", 255},
+                               {"2001:db8::", 129}, {"2001:db8::", 255}, {"", 1}}) {
+      EXPECT_THROW(IpGenPrefix(IpGenAddr(addr), std::uint8_t(length)), Pelin::RangeException)
+          << addr << "/" << length;
+   }
+   EXPECT_EQ(IpGenPrefix(IpGenAddr("2001:db8::1"), 128).length(), 128);
+}
+
 TEST(EthAddr, ParsesAndTestsZero) {
    expectRoundTrip<EthAddr>("02:00:00:00:00:01");
    expectRoundTrip<EthAddr>("aa:bb:cc:dd:ee:ff");

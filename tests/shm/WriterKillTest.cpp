@@ -44,8 +44,12 @@ std::set<std::uint32_t> corruptFecKeys(const ForwardingStatus& fwd) {
 }
 
 // genFec never raises on a damaged record: it counts it and resolves to the empty FEC.
-void expectGenFecReportsCorruptFecs(const Pelin::Ptr<ForwardingStatus>& fwd) {
-   const std::set<std::uint32_t> corrupt = corruptFecKeys(*fwd);
+// Each step has a mapping of its own: a mapping answers a record it found stuck before at
+// once, as a repeat, without a second report.
+void expectGenFecReportsCorruptFecs(const std::string& base) {
+   const std::set<std::uint32_t> corrupt =
+       corruptFecKeys(*ForwardingStatus::attachFiles("probe", base));
+   auto fwd = ForwardingStatus::attachFiles("resolver", base);
    auto root = rootOver(fwd);
    const std::uint64_t before = fwd->corruptionCount();
    for (std::uint32_t k = 0; k < kAllKeys; ++k) {
@@ -95,7 +99,7 @@ TEST(ShmWriterKill, RecordsStayWholeOrReportedCorruptWhateverTheMoment) {
       late.readAll();
       expectNoDamageBeyondReports(early.tally(), "reader attached before the kill");
       expectNoDamageBeyondReports(late.tally(), "reader attached after the kill");
-      expectGenFecReportsCorruptFecs(lateFwd);
+      expectGenFecReportsCorruptFecs(base);
       if (late.tally().corrupt > 0) ++roundsWithReports;
    }
    RecordProperty("roundsWithCorruptionReports", roundsWithReports);
@@ -122,7 +126,7 @@ TEST(ShmWriterKill, FecLeftHalfWrittenResolvesToTheEmptyFecAndIsCounted) {
    Quarn::FibGen::Fec out;
    root->genFecInto(fecIdOf(0), out);
    EXPECT_TRUE(out.isEmpty());
-   EXPECT_EQ(fwd->corruptionCount(), 2u);
+   EXPECT_EQ(fwd->corruptionCount(), 1u); // reported once, then answered at once
 
    auto neighbors = Arp::Table::Status::attachFiles("default", base);
    EXPECT_THROW(neighbors->arpMap().find(neighborKeyOf(0)),
