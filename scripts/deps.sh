@@ -2,7 +2,8 @@
 # Installs the Debian packages the project builds and tests with (run as root).
 set -euo pipefail
 packages=(g++ cmake ninja-build libfmt-dev libgtest-dev libgmock-dev libbenchmark-dev
-          libyaml-cpp-dev libcli11-dev nlohmann-json3-dev libpcap-dev iproute2)
+          libyaml-cpp-dev libcli11-dev nlohmann-json3-dev libpcap-dev libmnl-dev iproute2
+          clang)
 missing=()
 for p in "${packages[@]}"; do
    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
