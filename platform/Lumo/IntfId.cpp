@@ -90,12 +90,17 @@ std::string Kor::ValueText<Lumo::IntfId>::print(Lumo::IntfId id) {
    using Lumo::GenericIntfId;
    auto typeId = GenericIntfId::typeId(id);
    if (!id.isValid()) return "";
-   if (typeId == GenericIntfId::cpuTypeId) return std::string(Lumo::cpuName);
+   if (typeId == GenericIntfId::cpuTypeId && id.number() == 0) return std::string(Lumo::cpuName);
    for (const auto& k : Lumo::intfKinds) {
       if (k.typeId != typeId) continue;
       std::uint32_t major = id.number() >> k.minorBits;
       std::uint32_t minor = id.number() & ((1u << k.minorBits) - 1);
-      if (k.minorRequired || minor != 0) return fmt::format("{}{}/{}", k.prefix, major, minor);
+      // A number the names cannot spell (Vlan0, an adjacency type past the last) prints raw.
+      if (major < k.majorMin || major > k.majorMax) break;
+      if (k.minorRequired || minor != 0) {
+         if (minor < k.minorMin) break;
+         return fmt::format("{}{}/{}", k.prefix, major, minor);
+      }
       return fmt::format("{}{}", k.prefix, major);
    }
    return fmt::format("{:#x}", id.value());

@@ -1,6 +1,7 @@
 // The id of an interface, made from its name and printed back to it. The value packs the
 // interface's generic type id (top byte) and a number within that type (low 24 bits), so
-// ids order by type, then by number. The empty name is the invalid id, value 0.
+// ids order by type, then by number. The empty name is the invalid id, value 0. An id no
+// name can spell (a type without names, Vlan0) prints as its raw 0x number, which parses back.
 #pragma once
 #include "Lumo/ValueFormatter.h"
 

@@ -1,6 +1,7 @@
 // Netlink answers built byte by byte, as the kernel sends them, read by the parsers:
 // multipath weights (stored as weight - 1), tables beyond 255, nexthop groups, neighbour
-// link-layer addresses and the messages that are of no interest.
+// link-layer addresses and the messages that are of no interest; and damaged answers
+// (cut short, unaligned, lengths that do not add up) refused with errors naming the fault.
 #include "kernel/KernelParse.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +12,9 @@
 
 #include <arpa/inet.h>
 #include <cstring>
+#include <string>
+#include <optional>
+#include <span>
 #include <vector>
 
 namespace {
@@ -40,6 +44,13 @@ class Message {
    const nlmsghdr& msg() {
       head()->nlmsg_len = static_cast<std::uint32_t>(bytes_.size());
       return *head();
+   }
+   // The message with its last `cut` bytes gone and its length saying so, unaligned.
+   std::vector<std::uint8_t> cutBy(std::size_t cut) {
+      msg();
+      std::vector<std::uint8_t> out(bytes_.begin(), bytes_.end() - static_cast<long>(cut));
+      reinterpret_cast<nlmsghdr*>(out.data())->nlmsg_len = static_cast<std::uint32_t>(out.size());
+      return out;
    }
 
  private:
@@ -175,6 +186,148 @@ TEST(KernelParseTest, RulesKeepTableLookupsWithTheirSelectors) {
 
    frh.action = FR_ACT_BLACKHOLE;
    EXPECT_FALSE(parseRule(Message(RTM_NEWRULE, frh).msg()));
+}
+
+// What parsing `msg` raises; "accepted" when it does not.
+template <typename Parse>
+std::string errorOf(Parse parse, const nlmsghdr& msg) {
+   try {
+      parse(msg);
+   } catch (const NetlinkError& e) {
+      return e.what();
+   }
+   return "accepted";
+}
+
+std::vector<std::uint16_t> typesIn(std::span<const std::uint8_t> buffer) {
+   std::vector<std::uint16_t> types;
+   forEachMessage(buffer, [&](const nlmsghdr& m) { types.push_back(m.nlmsg_type); });
+   return types;
+}
+
+rtmsg ipv4Route(unsigned char length) {
+   rtmsg rtm{};
+   rtm.rtm_family = AF_INET;
+   rtm.rtm_dst_len = length;
+   rtm.rtm_table = RT_TABLE_MAIN;
+   rtm.rtm_type = RTN_UNICAST;
+   return rtm;
+}
+
+TEST(KernelParseTest, WalkStopsAtTheBufferWhateverTheLengthsSay) {
+   Message route(RTM_NEWROUTE, ipv4Route(24));
+   route.ipv4(RTA_DST, "198.51.100.0");
+   std::vector<std::uint8_t> two(route.msg().nlmsg_len * 2);
+   std::memcpy(two.data(), &route.msg(), route.msg().nlmsg_len);
+   std::memcpy(two.data() + route.msg().nlmsg_len, &route.msg(), route.msg().nlmsg_len);
+   EXPECT_EQ(typesIn(two), (std::vector<std::uint16_t>{RTM_NEWROUTE, RTM_NEWROUTE}));
+
+   // A last message whose length is not a multiple of 4 ends the walk; its remainder
+   // once wrapped around to 2^32 and the walk read on past the buffer.
+   std::vector<std::uint8_t> unaligned = Message(RTM_NEWROUTE, ipv4Route(0)).cutBy(3);
+   EXPECT_EQ(typesIn(unaligned), (std::vector<std::uint16_t>{RTM_NEWROUTE}));
+
+   // A message claiming more bytes than there are, or bytes too few for a header.
+   std::vector<std::uint8_t> claims = two;
+   reinterpret_cast<nlmsghdr*>(claims.data())->nlmsg_len = 4096;
+   EXPECT_THROW(typesIn(claims), NetlinkError);
+   try {
+      typesIn(std::span(two).first(two.size() - 1));
+      ADD_FAILURE() << "a cut message was walked";
+   } catch (const NetlinkError& e) {
+      EXPECT_EQ(std::string(e.what()),
+                "netlink answer: " + std::to_string(route.msg().nlmsg_len - 1) +
+                    " bytes at offset " + std::to_string(route.msg().nlmsg_len) +
+                    " are no whole message");
+   }
+   EXPECT_TRUE(typesIn({}).empty());
+}
+
+TEST(KernelParseTest, AttributeCutShortAtTheEndOfTheMessageIsNotReadPast) {
+   Message m(RTM_NEWROUTE, ipv4Route(24));
+   m.ipv4(RTA_DST, "198.51.100.0");
+   m.u32(RTA_PRIORITY, 7);
+   // The priority's last byte is gone: the attribute no longer fits and is left out.
+   std::vector<std::uint8_t> bytes = m.cutBy(1);
+   std::optional<KernelRoute> r;
+   forEachMessage(bytes, [&](const nlmsghdr& msg) { r = parseRoute(msg); });
+   ASSERT_TRUE(r);
+   EXPECT_EQ(r->prefix, Lumo::IpGenPrefix("198.51.100.0/24"));
+   EXPECT_EQ(r->priority, 0u);
+}
+
+TEST(KernelParseTest, PrefixLengthsBeyondTheAddressAreRefused) {
+   Message v4(RTM_NEWROUTE, ipv4Route(160));
+   v4.ipv4(RTA_DST, "198.51.100.0");
+   EXPECT_EQ(errorOf(parseRoute, v4.msg()),
+             "netlink route message: prefix length 160 is above 32 for IPv4");
+   rtmsg rtm6 = ipv4Route(129);
+   rtm6.rtm_family = AF_INET6;
+   EXPECT_EQ(errorOf(parseRoute, Message(RTM_NEWROUTE, rtm6).msg()),
+             "netlink route message: prefix length 129 is above 128 for IPv6");
+
+   ifaddrmsg ifa{};
+   ifa.ifa_family = AF_INET;
+   ifa.ifa_prefixlen = 33;
+   ifa.ifa_index = 2;
+   Message address(RTM_NEWADDR, ifa);
+   address.ipv4(IFA_LOCAL, "192.0.2.1");
+   EXPECT_EQ(errorOf(parseAddress, address.msg()),
+             "netlink address message: prefix length 33 is above 32 for IPv4");
+}
+
+TEST(KernelParseTest, HeadersAndAttributesOfTheWrongSizeAreRefused) {
+   // Only the netlink header and two bytes where a route header needs twelve.
+   std::vector<std::uint8_t> shortHead(NLMSG_HDRLEN + 4, 0);
+   auto* h = reinterpret_cast<nlmsghdr*>(shortHead.data());
+   h->nlmsg_len = NLMSG_HDRLEN + 2;
+   h->nlmsg_type = RTM_NEWROUTE;
+   EXPECT_EQ(errorOf(parseRoute, *h),
+             "netlink route message of 18 bytes is too short for its 12-byte header");
+
+   Message table(RTM_NEWROUTE, ipv4Route(0));
+   const std::uint16_t half = 1000;
+   table.attr(RTA_TABLE, &half, sizeof(half));
+   EXPECT_EQ(errorOf(parseRoute, table.msg()),
+             "netlink route message: attribute 15 has 2 payload bytes, expected 4");
+
+   Message gateway(RTM_NEWROUTE, ipv4Route(0));
+   const std::uint8_t three[3] = {192, 0, 2};
+   gateway.attr(RTA_GATEWAY, three, sizeof(three));
+   EXPECT_EQ(errorOf(parseRoute, gateway.msg()),
+             "netlink route message: attribute 5 has 3 payload bytes, expected 4 (an IPv4 "
+             "address)");
+
+   nhmsg nhm{};
+   nhm.nh_family = AF_INET;
+   Message group(RTM_NEWNEXTHOP, nhm);
+   const std::uint8_t partial[11] = {};
+   group.attr(NHA_GROUP, partial, sizeof(partial));
+   EXPECT_EQ(errorOf(parseNexthop, group.msg()),
+             "netlink nexthop message: attribute 2 has 11 payload bytes, expected a multiple "
+             "of 8 (group members)");
+
+   ifinfomsg ifi{};
+   Message link(RTM_NEWLINK, ifi);
+   link.attr(IFLA_OPERSTATE, nullptr, 0);
+   EXPECT_EQ(errorOf(parseLink, link.msg()),
+             "netlink link message: attribute 16 has 0 payload bytes, expected 1");
+}
+
+TEST(KernelParseTest, MultipathEntriesMustFitTheirList) {
+   std::vector<std::uint8_t> multipath = hop(2, 0, "192.0.2.2");
+   reinterpret_cast<rtnexthop*>(multipath.data())->rtnh_len = 200;
+   Message m(RTM_NEWROUTE, ipv4Route(0));
+   m.attr(RTA_MULTIPATH, multipath.data(), multipath.size());
+   EXPECT_EQ(errorOf(parseRoute, m.msg()),
+             "netlink route message: a multipath next hop of 200 bytes where 8 to 16 are left");
+
+   std::vector<std::uint8_t> trailing = hop(2, 0, "192.0.2.2");
+   trailing.resize(trailing.size() + 4, 0);
+   Message t(RTM_NEWROUTE, ipv4Route(0));
+   t.attr(RTA_MULTIPATH, trailing.data(), trailing.size());
+   EXPECT_EQ(errorOf(parseRoute, t.msg()),
+             "netlink route message: 4 bytes left in a multipath list are no next hop");
 }
 
 } // namespace

@@ -132,6 +132,21 @@ TEST(IntfId, NamesRoundTripWithTypeIds) {
    EXPECT_EQ(set.size(), 1u);
 }
 
+// Ids whose type has names but whose number the names cannot spell print as the raw
+// number, which reads back to the same id.
+TEST(IntfId, NumbersTheNamesCannotSpellPrintRaw) {
+   for (std::uint32_t value : {0x3000000u, 0x3500000u, 0x3000fffu, 0x1000005u, 0x13e80000u,
+                               0x13ffffffu, 0x1000000u | 0xffffffu}) {
+      SCOPED_TRACE(value);
+      const IntfId id = IntfId::fromValue(value);
+      EXPECT_EQ(Kor::toText(id), fmt::format("{:#x}", value));
+      EXPECT_EQ(Kor::fromText<IntfId>(Kor::toText(id)), id);
+   }
+   EXPECT_EQ(Kor::toText(IntfId::fromValue(0x3500000)), "0x3500000"); // was Vlan5242880
+   EXPECT_EQ(Kor::toText(IntfId::fromType(GenericIntfId::fecIdTypeId, 28u << 19)), "FecId28/0");
+   EXPECT_EQ(Kor::toText(IntfId::fromType(GenericIntfId::ethernetTypeId, 0)), "Ethernet0");
+}
+
 TEST(FecIdIntfId, RoundTripsWithinBounds) {
    using Quarn::Fib::AdjType;
    using Quarn::Fib::FecId;

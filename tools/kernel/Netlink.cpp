@@ -1,8 +1,10 @@
 #include "kernel/Netlink.h"
 
 #include <fmt/format.h>
+#include <libmnl/libmnl.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -38,56 +40,121 @@ void NetlinkSocket::dump(std::uint16_t type, std::span<const std::uint8_t> heade
               sizeof(kernel)) < 0) {
       throw NetlinkError(fmt::format("netlink {} request: {}", what, std::strerror(errno)));
    }
-   std::vector<std::uint8_t> buf(1 << 16);
-   for (;;) {
-      ssize_t n = recv(fd_, buf.data(), buf.size(), 0);
+   // Words, so that messages start aligned for their headers.
+   std::vector<std::uint32_t> buf(1 << 14);
+   const std::size_t bufBytes = buf.size() * sizeof(std::uint32_t);
+   for (bool done = false; !done;) {
+      ssize_t n = recv(fd_, buf.data(), bufBytes, 0);
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) throw NetlinkError(fmt::format("netlink {} dump: {}", what, std::strerror(errno)));
-      auto len = static_cast<unsigned>(n);
-      for (auto* m = reinterpret_cast<const nlmsghdr*>(buf.data()); NLMSG_OK(m, len);
-           m = NLMSG_NEXT(m, len)) {
-         if (m->nlmsg_seq != sequence_) continue;
-         if (m->nlmsg_type == NLMSG_DONE) return;
-         if (m->nlmsg_type == NLMSG_ERROR) {
-            const auto* err = static_cast<const nlmsgerr*>(NLMSG_DATA(m));
-            if (err->error == 0) continue;
-            throw NetlinkError(
-                fmt::format("netlink {} dump: {}", what, std::strerror(-err->error)));
+      const std::span<const std::uint8_t> got(reinterpret_cast<const std::uint8_t*>(buf.data()),
+                                              static_cast<std::size_t>(n));
+      forEachMessage(got, [&](const nlmsghdr& m) {
+         if (done || m.nlmsg_seq != sequence_) return;
+         if (m.nlmsg_type == NLMSG_DONE) {
+            done = true;
+         } else if (m.nlmsg_type == NLMSG_ERROR) {
+            const auto& err = familyHeader<nlmsgerr>(m, "netlink error");
+            if (err.error == 0) return;
+            throw NetlinkError(fmt::format("netlink {} dump: {}", what, std::strerror(-err.error)));
+         } else {
+            onMessage(m);
          }
-         onMessage(*m);
-      }
+      });
    }
 }
 
-Attributes::Attributes(const void* data, std::size_t length) {
-   auto len = static_cast<unsigned>(length);
-   for (auto* a = static_cast<const rtattr*>(data); RTA_OK(a, len); a = RTA_NEXT(a, len)) {
-      // NLA_F_NESTED and NLA_F_NET_BYTEORDER share the type field.
-      const std::size_t t = a->rta_type & NLA_TYPE_MASK;
-      if (t < maxType) at_[t] = a;
+void forEachMessage(std::span<const std::uint8_t> buffer,
+                    const std::function<void(const nlmsghdr&)>& onMessage) {
+   // libmnl keeps the remaining length signed, so an unaligned last message ends the walk
+   // instead of wrapping it.
+   if (buffer.size() > INT_MAX) throw NetlinkError("netlink answer larger than 2 GiB");
+   int left = static_cast<int>(buffer.size());
+   const auto* m = reinterpret_cast<const nlmsghdr*>(buffer.data());
+   for (; mnl_nlmsg_ok(m, left); m = mnl_nlmsg_next(m, &left)) onMessage(*m);
+   if (left > 0) {
+      throw NetlinkError(fmt::format(
+          "netlink answer: {} bytes at offset {} are no whole message", left,
+          reinterpret_cast<const std::uint8_t*>(m) - buffer.data()));
    }
 }
 
-Attributes::Attributes(const nlmsghdr& msg, std::size_t headerLength)
-    : Attributes(reinterpret_cast<const std::uint8_t*>(NLMSG_DATA(&msg)) +
-                     NLMSG_ALIGN(headerLength),
-                 msg.nlmsg_len < NLMSG_SPACE(headerLength)
-                     ? 0
-                     : msg.nlmsg_len - NLMSG_SPACE(headerLength)) {}
+const void* familyHeader(const nlmsghdr& msg, std::size_t headerLength, const char* what) {
+   if (mnl_nlmsg_get_payload_len(&msg) < headerLength) {
+      throw NetlinkError(fmt::format("{} message of {} bytes is too short for its {}-byte header",
+                                     what, msg.nlmsg_len, headerLength));
+   }
+   return mnl_nlmsg_get_payload(&msg);
+}
+
+namespace {
+
+struct Walk {
+   std::array<const nlattr*, Attributes::maxType>* at;
+};
+
+int keep(const nlattr* a, void* data) {
+   // NLA_F_NESTED and NLA_F_NET_BYTEORDER share the type field; libmnl masks them off.
+   const std::size_t t = mnl_attr_get_type(a);
+   if (t < Attributes::maxType) (*static_cast<Walk*>(data)->at)[t] = a;
+   return MNL_CB_OK;
+}
+
+} // namespace
+
+Attributes::Attributes(const void* data, std::size_t length, const char* what) : what_(what) {
+   Walk walk{&at_};
+   mnl_attr_parse_payload(data, length, keep, &walk);
+}
+
+Attributes::Attributes(const nlmsghdr& msg, std::size_t headerLength, const char* what)
+    : what_(what) {
+   familyHeader(msg, headerLength, what);
+   // Not mnl_attr_parse: it walks to the aligned end of the message, up to 3 bytes past
+   // the buffer when the last message's length is unaligned.
+   const std::size_t start = MNL_ALIGN(headerLength);
+   const std::size_t payload = mnl_nlmsg_get_payload_len(&msg);
+   if (payload <= start) return;
+   Walk walk{&at_};
+   mnl_attr_parse_payload(static_cast<const std::uint8_t*>(mnl_nlmsg_get_payload(&msg)) + start,
+                          payload - start, keep, &walk);
+}
+
+void Attributes::badLength(std::size_t type, std::size_t length,
+                           const std::string& expected) const {
+   throw NetlinkError(fmt::format("{} message: attribute {} has {} payload bytes, expected {}",
+                                  what_, type, length, expected));
+}
+
+std::uint8_t Attributes::u8(std::size_t type, std::uint8_t otherwise) const {
+   const nlattr* a = (*this)[type];
+   if (!a) return otherwise;
+   if (mnl_attr_validate(a, MNL_TYPE_U8) < 0) badLength(type, mnl_attr_get_payload_len(a), "1");
+   return mnl_attr_get_u8(a);
+}
 
 std::uint32_t Attributes::u32(std::size_t type, std::uint32_t otherwise) const {
-   const rtattr* a = (*this)[type];
-   if (!a || payloadLength(a) < sizeof(std::uint32_t)) return otherwise;
-   std::uint32_t v;
-   std::memcpy(&v, payload(a), sizeof(v));
-   return v;
+   const nlattr* a = (*this)[type];
+   if (!a) return otherwise;
+   if (mnl_attr_validate(a, MNL_TYPE_U32) < 0) badLength(type, mnl_attr_get_payload_len(a), "4");
+   return mnl_attr_get_u32(a);
 }
 
 std::string Attributes::text(std::size_t type) const {
-   const rtattr* a = (*this)[type];
-   if (!a) return {};
-   const auto* p = reinterpret_cast<const char*>(payload(a));
-   return std::string(p, strnlen(p, payloadLength(a)));
+   const auto p = payload(type);
+   if (p.empty()) return {};
+   const auto* c = reinterpret_cast<const char*>(p.data());
+   return std::string(c, strnlen(c, p.size()));
+}
+
+std::span<const std::uint8_t> Attributes::payload(std::size_t type) const {
+   const nlattr* a = (*this)[type];
+   return a ? payloadOf(a) : std::span<const std::uint8_t>();
+}
+
+std::span<const std::uint8_t> payloadOf(const nlattr* a) {
+   return {static_cast<const std::uint8_t*>(mnl_attr_get_payload(a)),
+           mnl_attr_get_payload_len(a)};
 }
 
 } // namespace VeltLinux

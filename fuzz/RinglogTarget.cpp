@@ -1,0 +1,49 @@
+// A ring-trace file: either the input itself, or (more often, as it reaches deeper) a valid
+// file written here once, with records of every argument kind, whose bytes the input
+// overwrites. Either way it is read as `velt ringlog` reads it.
+#include "FuzzInput.h"
+
+#include "Lumo/IpGenAddr.h"
+#include "Ringlog/Layout.h"
+#include "Ringlog/Ringlog.h"
+
+#include <string>
+
+namespace Fuzz {
+
+namespace {
+
+std::vector<std::uint8_t> validRing() {
+   const std::string path = scratchDir() + "/valid.ring";
+   std::string error;
+   if (!Ringlog::open(path, Ringlog::layout::kMinRingBytes, &error)) finding("ring", error);
+   const std::string text = "a string";
+   for (int i = 0; i < 3; ++i) {
+      VELT_RINGLOG("Ints", 4, "{} {} {} {:x}", std::int8_t{-5}, std::int16_t{-300}, i,
+                   ~std::uint64_t{0});
+      VELT_RINGLOG("Misc", 0, "{} {} {}", i == 1, 2.5, 'A');
+      VELT_RINGLOG("Strings", 9, "[{}] [{}]", text, "literal");
+      VELT_RINGLOG("NoArgs", 3, "plain");
+   }
+   Ringlog::close();
+   return readFile(path);
+}
+
+} // namespace
+
+void ringlog(Input in) {
+   static const std::vector<std::uint8_t> valid = validRing();
+   const std::string path = scratchDir() + "/fuzz.ring";
+   if (!in.empty() && in[0] == 'R') {
+      writeFile(path, in.subspan(1));
+   } else {
+      std::vector<std::uint8_t> file = valid;
+      overlay(file, in);
+      writeFile(path, file);
+   }
+   Ringlog::Contents contents;
+   std::string error;
+   Ringlog::read(path, contents, error);
+}
+
+} // namespace Fuzz
