@@ -12,9 +12,9 @@ namespace {
 constexpr unsigned kFecIdIntfAdjShift = Lumo::FecIdIntfId::indexBits;
 
 // Non-zero when the via is damaged: every test of problem() on the via's five words, with
-// no branch, so that whole lists are checked at a few instructions per via. Words: FEC id;
-// interface id and weight; tunnel id, hop family and hop bytes 0-2; hop bytes 3-10; hop
-// bytes 11-15 and padding (not looked at).
+// no branch, so that whole lists are checked at a few instructions per via. Words: FEC
+// id; interface id and weight; tunnel id, hop family and hop bytes 0-2; hop bytes 3-10;
+// hop bytes 11-15 and padding (not looked at).
 static_assert(sizeof(Via) == 40 && std::endian::native == std::endian::little);
 [[gnu::always_inline]] inline std::uint64_t damage(const unsigned char* via) {
    std::uint64_t w[5];
@@ -23,8 +23,9 @@ static_assert(sizeof(Via) == 40 && std::endian::native == std::endian::little);
    const std::uint32_t type = intf >> Lumo::IntfId::typeShift;
    const std::uint64_t af = (w[2] >> 32) & 0xff;
    const std::uint64_t high = w[3] >> 8 | (w[4] & 0xffffffffffull); // hop bytes 4-15
-   const std::uint64_t all = high | w[2] >> 40 | (w[3] & 0xff);      // hop bytes 0-15
-   const std::uint64_t past = (all & -std::uint64_t(af == 0)) | (high & -std::uint64_t(af == 1));
+   const std::uint64_t all = high | w[2] >> 40 | (w[3] & 0xff);     // hop bytes 0-15
+   const std::uint64_t past =
+       (all & -std::uint64_t(af == 0)) | (high & -std::uint64_t(af == 1));
    return past | std::uint64_t(w[0] >= Fib::adjTypeMax() << Fib::adjTypePos()) |
           std::uint64_t(af > 2) | (std::uint64_t(type == 0) & std::uint64_t(intf != 0)) |
           (std::uint64_t(type == Lumo::GenericIntfId::fecIdTypeId) &
@@ -53,7 +54,8 @@ const char* Via::problem() const {
 bool viasDamaged(std::span<const Via> vias) {
    const auto* p = reinterpret_cast<const unsigned char*>(vias.data());
    std::uint64_t any = 0;
-   for (std::size_t i = 0; i < vias.size(); ++i) any |= damage(p + i * sizeof(Via));
+   for (std::size_t i = 0; i < vias.size(); ++i)
+      any |= damage(p + i * sizeof(Via));
    return any != 0;
 }
 
