@@ -14,7 +14,11 @@ namespace Velt {
 namespace {
 
 enum DriverAttr : Kor::AttrId {
-   kResolvers, kVrfRoots, kMaxResolutionsInVrf, kMaxVrfJumping, kMaxNhResolutionRecursionDepth,
+   kResolvers,
+   kVrfRoots,
+   kMaxResolutionsInVrf,
+   kMaxVrfJumping,
+   kMaxNhResolutionRecursionDepth,
    kMaxPreResolutionDepth,
 };
 
@@ -473,7 +477,8 @@ const Kor::TypeInfo* RoutingNexthopResolver::typeData() const {
        Kor::TypeBuilder<R>("Velt::RoutingNexthopResolver")
            .node("resolvers", &R::resolvers)
            .node("vrfRoots", &R::vrfRoots)
-           .value("maxResolutionsInVrf", &R::maxResolutionsInVrf, &R::maxResolutionsInVrfIs)
+           .value("maxResolutionsInVrf", &R::maxResolutionsInVrf,
+                  &R::maxResolutionsInVrfIs)
            .value("maxVrfJumping", &R::maxVrfJumping, &R::maxVrfJumpingIs)
            .value("maxNhResolutionRecursionDepth", &R::maxNhResolutionRecursionDepth,
                   &R::maxNhResolutionRecursionDepthIs)

@@ -44,7 +44,8 @@ const char* keyProblem(const ArpKey& k) {
 void ArpEntryMap::forEach(const std::function<void(const ArpEntry&)>& fn) const {
    map_.forEach([&](const ArpKey& k, const ArpValue& v) {
       if (const char* problem = keyProblem(k)) {
-         doCorruptionDetected(fmt::format("table {}: an entry is corrupt: {}", name_, problem));
+         doCorruptionDetected(
+             fmt::format("table {}: an entry is corrupt: {}", name_, problem));
          return;
       }
       fn(ArpEntry(k, v));

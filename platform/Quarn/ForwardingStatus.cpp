@@ -22,35 +22,42 @@ Lumo::IpGenPrefix prefixOf(const Table::PrefixKey& k) {
 
 ForwardingStatus::FecTable::Bounds viaBounds() { return {Fec::maxVias, Fec::maxSecondaryVias}; }
 
-bool adjTypeInRange(Fib::FecId id) { return (id.value() >> Fib::adjTypePos()) < Fib::adjTypeMax(); }
+bool adjTypeInRange(Fib::FecId id) {
+   return (id.value() >> Fib::adjTypePos()) < Fib::adjTypeMax();
+}
 
 // A backup index past the vias but within the via-index range is a FEC without a usable
 // backup, which resolution handles.
 bool headDamaged(const FecHead& head) {
-   return head.loopbackOnly > 1 || head.pad != 0 || head.backupViaIndex > Fib::ViaIndex::max;
+   return head.loopbackOnly > 1 || head.pad != 0 ||
+          head.backupViaIndex > Fib::ViaIndex::max;
 }
 
 bool fecDamaged(const FecHead& head, const Fec& fec) {
-   return headDamaged(head) || viasDamaged(fec.vias()) || viasDamaged(fec.secondaryVias());
+   return headDamaged(head) || viasDamaged(fec.vias()) ||
+          viasDamaged(fec.secondaryVias());
 }
 
 // What fecDamaged() found.
 std::string fecProblem(const FecHead& head, const Fec& fec) {
-   if (head.loopbackOnly > 1) return fmt::format("loopback-only flag {}", head.loopbackOnly);
+   if (head.loopbackOnly > 1)
+      return fmt::format("loopback-only flag {}", head.loopbackOnly);
    if (head.pad != 0) return fmt::format("padding byte {}", head.pad);
    if (head.backupViaIndex > Fib::ViaIndex::max) {
       return fmt::format("backup via index {} above {}", head.backupViaIndex,
                          Fib::ViaIndex::max);
    }
    std::size_t at = 0;
-   if (const char* p = viasProblem(fec.vias(), at)) return fmt::format("via {}: {}", at, p);
+   if (const char* p = viasProblem(fec.vias(), at))
+      return fmt::format("via {}: {}", at, p);
    if (const char* p = viasProblem(fec.secondaryVias(), at)) {
       return fmt::format("secondary via {}: {}", at, p);
    }
    return {};
 }
 
-[[noreturn]] void damagedFec(const std::string& table, Fib::FecId id, const std::string& what) {
+[[noreturn]] void damagedFec(const std::string& table, Fib::FecId id,
+                             const std::string& what) {
    throw Pelin::CorruptionDetectedException(
        fmt::format("table {}: FEC {} is corrupt: {}", table, id, what));
 }
@@ -67,9 +74,11 @@ const char* prefixKeyProblem(const Table::PrefixKey& k) {
    if (k.family != Table::Family::ipv4 && k.family != Table::Family::ipv6) {
       return "address family out of range";
    }
-   if (k.length > Table::PrefixKey::maxLength(k.family)) return "length above its family's";
+   if (k.length > Table::PrefixKey::maxLength(k.family))
+      return "length above its family's";
    Table::PrefixKey clean = k.masked(k.length);
-   if (std::memcmp(clean.bytes, k.bytes, sizeof k.bytes) != 0) return "bits set past its length";
+   if (std::memcmp(clean.bytes, k.bytes, sizeof k.bytes) != 0)
+      return "bits set past its length";
    for (std::uint8_t b : k.pad) {
       if (b != 0) return "padding set";
    }
@@ -151,8 +160,9 @@ std::optional<RouteMatch> ForwardingStatus::routeLookup(const Lumo::IpGenAddr& a
    if (!match) return std::nullopt;
    const Fib::FecId fecId(match->value);
    if (!adjTypeInRange(fecId) || match->length > Table::PrefixKey::maxLength(key.family))
-      [[unlikely]] {
-      damagedRoute(name_, fmt::format("{}/{}", addr, unsigned(match->length)), match->value);
+       [[unlikely]] {
+      damagedRoute(name_, fmt::format("{}/{}", addr, unsigned(match->length)),
+                   match->value);
    }
    return RouteMatch{Lumo::IpGenPrefix(addr, match->length), fecId};
 }
@@ -169,7 +179,8 @@ void ForwardingStatus::doCorruptionDetected(const std::string& message) const {
    corruptions_.report(message);
 }
 
-void ForwardingStatus::doCorruptionDetected(const Pelin::CorruptionDetectedException& e) const {
+void ForwardingStatus::doCorruptionDetected(
+    const Pelin::CorruptionDetectedException& e) const {
    corruptions_.report(e);
 }
 
@@ -199,7 +210,8 @@ void ForwardingStatus::forEachRoute(
          problem = "FEC id of an adjacency type out of range";
       }
       if (problem) {
-         doCorruptionDetected(fmt::format("table {}: a route is corrupt: {}", name_, problem));
+         doCorruptionDetected(
+             fmt::format("table {}: a route is corrupt: {}", name_, problem));
          return;
       }
       fn(prefixOf(k), Fib::FecId(v));
@@ -220,9 +232,9 @@ bool ForwardingStatus::fecDel(Fib::FecId fecId) { return fecs_.erase(fecId); }
 
 void ForwardingStatus::routeIs(const Lumo::IpGenPrefix& prefix, Fib::FecId fecId) {
    if (!adjTypeInRange(fecId)) {
-      throw Pelin::RangeException(fmt::format(
-          "table {}: route {} not written: FEC id {:#x} of an adjacency type out of range",
-          name_, prefix, fecId.value()));
+      throw Pelin::RangeException(fmt::format("table {}: route {} not written: FEC id "
+                                              "{:#x} of an adjacency type out of range",
+                                              name_, prefix, fecId.value()));
    }
    routes_.insert(prefixKey(prefix), fecId.value());
 }

@@ -2,7 +2,8 @@
 
 namespace Table {
 
-void corruptSlot(const std::string& table, Word slot, const std::string& problem, bool repeat) {
+void corruptSlot(const std::string& table, Word slot, const std::string& problem,
+                 bool repeat) {
    throw Pelin::CorruptionDetectedException(
        fmt::format("table {}: slot {} is corrupt: {}", table, slot, problem), repeat);
 }

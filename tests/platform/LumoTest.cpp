@@ -83,9 +83,13 @@ TEST(IpGenPrefix, ContainsAndRejectsHostBits) {
 // Lengths come from tables and netlink: any byte. The check comes before the address is
 // masked, which would read and write past the 16 address bytes (caught under ASan).
 TEST(IpGenPrefix, LengthBeyondTheFamilyIsARangeErrorBeforeAnyByteIsTouched) {
-   for (auto [addr, length] : {std::pair{"10.0.0.0", 33}, {"10.0.0.0", 255},
-                               {"2001:db8::", 129}, {"2001:db8::", 255}, {"", 1}}) {
-      EXPECT_THROW(IpGenPrefix(IpGenAddr(addr), std::uint8_t(length)), Pelin::RangeException)
+   for (auto [addr, length] : {std::pair{"10.0.0.0", 33},
+                               {"10.0.0.0", 255},
+                               {"2001:db8::", 129},
+                               {"2001:db8::", 255},
+                               {"", 1}}) {
+      EXPECT_THROW(IpGenPrefix(IpGenAddr(addr), std::uint8_t(length)),
+                   Pelin::RangeException)
           << addr << "/" << length;
    }
    EXPECT_EQ(IpGenPrefix(IpGenAddr("2001:db8::1"), 128).length(), 128);

@@ -143,7 +143,9 @@ TEST(TableFlatMap, KeyDamagedInPlaceIsCorruption) {
       if ((s[1] & 0xffffffffu) == 1 && k.a == 5 && k.b == 5) s[2] ^= 0x40, ++flipped;
    }
    ASSERT_EQ(flipped, 1u);
-   EXPECT_THAT(messageOf([&] { map.find({5, 5}); }),
+   EXPECT_THAT(messageOf([&] {
+                  map.find({5, 5});
+               }),
                testing::HasSubstr("key does not match its hash"));
    EXPECT_EQ(map.find({6, 6})->check, Value::of(6).check);
 }

@@ -131,7 +131,8 @@ TEST_F(ArpHelperTest, CorruptionIsReportedAndReadAsAMiss) {
    EXPECT_EQ(table->arpMap().corruptionCount(), 1u);
    EXPECT_NE(table->arpMap().lastCorruption().find("corrupt"), std::string::npos);
    EXPECT_TRUE(ArpEntry::isEq(helper->arpEntry(k), ArpEntry()));
-   EXPECT_EQ(table->arpMap().corruptionCount(), 1u); // the same damage: not reported again
+   EXPECT_EQ(table->arpMap().corruptionCount(),
+             1u); // the same damage: not reported again
    // Other keys of the map still resolve.
    table->entryIs(ArpEntry(ArpKey(intf("Ethernet5"), kRed, ip("10.0.5.2")),
                            mac("02:00:00:00:00:05")));

@@ -12,7 +12,8 @@ using Quarn::FibGen::Fec;
 using Quarn::FibGen::Via;
 namespace T = Quarn::FibGen::FecType;
 
-constexpr const char* kDepthText = "Could not pre-resolve via, pre-resolution depth {} reached";
+constexpr const char* kDepthText =
+    "Could not pre-resolve via, pre-resolution depth {} reached";
 constexpr const char* kPreResolving = "Pre-resolving via as there is a backup via";
 
 // A recursive via: through the FEC's interface, towards a gateway it resolves.
@@ -21,7 +22,7 @@ Via toFec(FecId id) {
 }
 
 class RoutingLoop : public ::testing::Test {
-protected:
+ protected:
    Network net;
 
    static FecId ring(std::uint32_t i) { return Fecs::id(40 + i); }
@@ -149,8 +150,8 @@ TEST_F(RoutingLoop, TheLimitIsTheDriversToSet) {
       EXPECT_EQ(net.count("Action", kPreResolving) - before, depth + 1u);
    }
 
-   // 0: no primary of a backup FEC is ever pre-resolved, so the backup takes every packet,
-   // even where the primary would have resolved.
+   // 0: no primary of a backup FEC is ever pre-resolved, so the backup takes every
+   // packet, even where the primary would have resolved.
    net.driver->maxPreResolutionDepthIs(0);
    auto nh = Network::fecNexthop(Fecs::withBackup());
    net.resolve(nh, 3); // a pick of Ethernet3, which resolves

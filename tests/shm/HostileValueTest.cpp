@@ -1,6 +1,6 @@
-// Values no writer makes, written straight into live table files (a stray write, a flipped
-// bit) while reader threads resolve through them: no reader aborts, each damage is reported
-// on its table, and every other record still resolves.
+// Values no writer makes, written straight into live table files (a stray write, a
+// flipped bit) while reader threads resolve through them: no reader aborts, each damage
+// is reported on its table, and every other record still resolves.
 #include "ScratchDir.h"
 
 #include "Arp/ArpTable.h"
@@ -36,10 +36,15 @@ using Quarn::FibGen::Via;
 using Table::Word;
 
 constexpr Vrf::VrfIdMap::VrfId kVrf{1};
-constexpr std::uint32_t kRecords = 12; // FECs 1..12, routes 10.k.0.0/24, neighbours 10.k.0.2
+constexpr std::uint32_t kRecords =
+    12; // FECs 1..12, routes 10.k.0.0/24, neighbours 10.k.0.2
 
-FecId fecOf(std::uint32_t k) { return FecId(AdjType::fibGenAdj, k); }
-Lumo::IntfId intfOf(std::uint32_t k) { return Lumo::IntfId("Ethernet" + std::to_string(k)); }
+FecId fecOf(std::uint32_t k) {
+   return FecId(AdjType::fibGenAdj, k);
+}
+Lumo::IntfId intfOf(std::uint32_t k) {
+   return Lumo::IntfId("Ethernet" + std::to_string(k));
+}
 Lumo::IpGenAddr neighbourOf(std::uint32_t k) {
    return Lumo::IpGenAddr("10." + std::to_string(k) + ".0.2");
 }
@@ -47,7 +52,9 @@ Lumo::EthAddr macOf(std::uint32_t k) {
    const std::uint8_t b[6] = {2, 0, 0, 0, 0, std::uint8_t(k)};
    return Lumo::EthAddr(b);
 }
-Arp::Table::ArpKey arpKeyOf(std::uint32_t k) { return {intfOf(k), kVrf, neighbourOf(k)}; }
+Arp::Table::ArpKey arpKeyOf(std::uint32_t k) {
+   return {intfOf(k), kVrf, neighbourOf(k)};
+}
 
 // A writable mapping of a table file beside the writer's: the stray writer.
 class Scribbler {
@@ -72,7 +79,8 @@ class Scribbler {
       Word* slots = reinterpret_cast<Word*>(base_ + h.slotsOffset);
       for (Word i = 0; i < h.slotCount; ++i) {
          Word* s = slots + i * h.slotWords;
-         if ((s[1] & 0xffffffffu) == 1 && std::memcmp(s + 2, &key, sizeof key) == 0) return s;
+         if ((s[1] & 0xffffffffu) == 1 && std::memcmp(s + 2, &key, sizeof key) == 0)
+            return s;
       }
       return nullptr;
    }
@@ -86,11 +94,11 @@ class Scribbler {
 // stores, as the writer's are, so that readers racing with it are well-defined.
 struct Damage {
    const char* name;
-   std::uint32_t victim;  // the record's number
-   int table;             // 0: FECs, 1: routes, 2: neighbours
-   std::size_t byte;      // offset in the slot
+   std::uint32_t victim; // the record's number
+   int table;            // 0: FECs, 1: routes, 2: neighbours
+   std::size_t byte;     // offset in the slot
    std::vector<std::uint8_t> value;
-   const char* reported;  // in the table's last report
+   const char* reported; // in the table's last report
 };
 
 void storeBytes(Word* slot, std::size_t at, const std::vector<std::uint8_t>& bytes) {
@@ -109,7 +117,9 @@ void storeBytes(Word* slot, std::size_t at, const std::vector<std::uint8_t>& byt
 constexpr std::size_t kKey = 16;
 constexpr std::size_t kFecHead = kKey + 8;
 constexpr std::size_t kFecList0 = kFecHead + 8;
-constexpr std::size_t viaAt(std::size_t i) { return kFecHead + 40 + 40 * i; }
+constexpr std::size_t viaAt(std::size_t i) {
+   return kFecHead + 40 + 40 * i;
+}
 constexpr std::size_t kViaFecId = 0, kViaIntf = 8, kViaHopAf = 20, kViaHopBytes = 21;
 constexpr std::size_t kRouteValue = kKey + 24;
 constexpr std::size_t kArpAddrAf = kKey + 8;
@@ -120,15 +130,39 @@ std::vector<Damage> damages() {
        {"FEC padding", 2, 0, kFecHead + 7, {0x5a}, "padding byte 90"},
        {"FEC backup index", 3, 0, kFecHead, {0xff, 0xff, 0xff, 0xff}, "backup via index"},
        {"FEC via count", 4, 0, kFecList0 + 8, {0x88, 0x13}, "list count above its bound"},
-       {"via FEC id", 5, 0, viaAt(0) + kViaFecId + 7, {0xff}, "via 0: FEC id of an adjacency"},
-       {"via interface type", 6, 0, viaAt(1) + kViaIntf + 3, {0}, "via 1: interface id of no type"},
-       {"via FEC-id interface", 7, 0, viaAt(0) + kViaIntf, {0xff, 0xff, 0xff, 19},
+       {"via FEC id",
+        5,
+        0,
+        viaAt(0) + kViaFecId + 7,
+        {0xff},
+        "via 0: FEC id of an adjacency"},
+       {"via interface type",
+        6,
+        0,
+        viaAt(1) + kViaIntf + 3,
+        {0},
+        "via 1: interface id of no type"},
+       {"via FEC-id interface",
+        7,
+        0,
+        viaAt(0) + kViaIntf,
+        {0xff, 0xff, 0xff, 19},
         "FEC-id interface of an adjacency type"},
-       {"via hop family", 8, 0, viaAt(0) + kViaHopAf, {9}, "hop address of no known family"},
+       {"via hop family",
+        8,
+        0,
+        viaAt(0) + kViaHopAf,
+        {9},
+        "hop address of no known family"},
        {"via hop width", 9, 0, viaAt(1) + kViaHopBytes + 7, {1}, "bytes past its family"},
        {"route FEC id", 10, 1, kRouteValue + 7, {0xee}, "adjacency type out of range"},
        {"route prefix length", 11, 1, kKey + 16, {200}, "key does not match its hash"},
-       {"neighbour address family", 12, 2, kArpAddrAf, {9}, "key does not match its hash"},
+       {"neighbour address family",
+        12,
+        2,
+        kArpAddrAf,
+        {9},
+        "key does not match its hash"},
        {"neighbour slot state", 3, 2, 8, {7}, "invalid state 7"},
    };
 }
@@ -149,7 +183,8 @@ struct Reader {
       steps->stepIs(Velt::nhrFecIdTypeStepFactory(resolvers));
       arp = Velt::arpHelperFactory(neighbours);
       resolvers->interfaceResolverIs(Pelin::make<Velt::EthernetArpResolver>(arp));
-      resolvers->fecTypeResolverIs(Velt::forwardFecTypeResolverFactory(driver.get(), nullptr));
+      resolvers->fecTypeResolverIs(
+          Velt::forwardFecTypeResolverFactory(driver.get(), nullptr));
       resolvers->fecIdResolverIs(Velt::fibGenAdjFecIdResolverFactory());
       table = fwd;
    }
@@ -162,7 +197,8 @@ struct Reader {
       PacketContextBase base(k);
       auto pkt = Pelin::make<PacketContext>(base);
       pkt->hashIs(k * 2654435761u | 1);
-      driver->resolve(Velt::routingContextFactory(pkt, Lumo::IntfId(), L3::VrfName("red")), nh);
+      driver->resolve(
+          Velt::routingContextFactory(pkt, Lumo::IntfId(), L3::VrfName("red")), nh);
       return nh->fullyResolved() && nh->dstMac() == macOf(k);
    }
    bool routeResolves(std::uint32_t k) {
@@ -179,7 +215,9 @@ struct Reader {
       return arp->arpLookupMac(intfOf(k), neighbourOf(k), kVrf, mac) && mac == macOf(k);
    }
    bool resolves(int table, std::uint32_t k) {
-      return table == 0 ? fecResolves(k) : table == 1 ? routeResolves(k) : neighbourResolves(k);
+      return table == 0   ? fecResolves(k)
+             : table == 1 ? routeResolves(k)
+                          : neighbourResolves(k);
    }
 
    Pelin::Ptr<Velt::RoutingNexthopResolver> driver;
@@ -188,7 +226,7 @@ struct Reader {
 };
 
 class HostileValues : public ::testing::Test {
-protected:
+ protected:
    HostileValues() : dir("hostile"), base(dir.base("fib")) {
       writerFwd = ForwardingStatus::createFiles("red", base, {64, 1 << 20, 64});
       writerArp = Arp::Table::Status::createFiles("arp", base, {64, 64});
@@ -211,7 +249,8 @@ protected:
 
    Word* slotOf(Scribbler& s, int table, std::uint32_t k) {
       if (table == 0) return s.slotOf(fecOf(k));
-      if (table == 1) return s.slotOf(Quarn::FibGen::prefixKey(Lumo::IpGenPrefix(neighbourOf(k), 24)));
+      if (table == 1)
+         return s.slotOf(Quarn::FibGen::prefixKey(Lumo::IpGenPrefix(neighbourOf(k), 24)));
       return s.slotOf(arpKeyOf(k));
    }
    std::uint64_t reports(int table) const {
@@ -249,7 +288,8 @@ TEST_F(HostileValues, EachIsReportedWhileTheRestResolves) {
                for (std::uint32_t k = 1; k <= kRecords; ++k) {
                   const std::uint64_t e = epoch.load();
                   const bool ok = reader.resolves(table, k);
-                  if (!ok && epoch.load() == e && damaged.load() != table * 100 + int(k)) {
+                  if (!ok && epoch.load() == e &&
+                      damaged.load() != table * 100 + int(k)) {
                      ++wrong;
                   }
                }
@@ -266,7 +306,8 @@ TEST_F(HostileValues, EachIsReportedWhileTheRestResolves) {
       ASSERT_NE(slot, nullptr);
       const std::size_t first = d.byte / 8, last = (d.byte + d.value.size() - 1) / 8;
       std::vector<Word> saved;
-      for (std::size_t w = first; w <= last; ++w) saved.push_back(Table::loadWord(slot[w]));
+      for (std::size_t w = first; w <= last; ++w)
+         saved.push_back(Table::loadWord(slot[w]));
       const std::uint64_t before = reports(d.table);
       damaged.store(d.table * 100 + int(d.victim));
       ++epoch;
@@ -279,22 +320,25 @@ TEST_F(HostileValues, EachIsReportedWhileTheRestResolves) {
             EXPECT_TRUE(main.resolves(d.table, k)) << k;
          }
       }
-      for (std::size_t w = first; w <= last; ++w) Table::storeWord(slot[w], saved[w - first]);
+      for (std::size_t w = first; w <= last; ++w)
+         Table::storeWord(slot[w], saved[w - first]);
       ++epoch;
       damaged.store(-1);
       EXPECT_TRUE(main.resolves(d.table, d.victim));
    }
    const std::uint64_t seen = rounds.load();
-   while (rounds.load() < seen + 3) std::this_thread::yield();
+   while (rounds.load() < seen + 3)
+      std::this_thread::yield();
    stop.store(true);
-   for (auto& r : readers) r.join();
+   for (auto& r : readers)
+      r.join();
    Pelin::multiThreadedIs(false);
    EXPECT_EQ(wrong.load(), 0u);
 }
 
-// A writer that dies inside a record leaves its generation odd: the first lookup waits out
-// the retry budget and reports it, later ones are answered at once, unreported, until a
-// writer moves the generation.
+// A writer that dies inside a record leaves its generation odd: the first lookup waits
+// out the retry budget and reports it, later ones are answered at once, unreported, until
+// a writer moves the generation.
 TEST_F(HostileValues, ARecordLeftMidChangeIsReportedOnceThenAnsweredAtOnce) {
    Scribbler fecs(base + ".fecs"), neighbours(base + ".arp");
    Word* fecSlot = fecs.slotOf(fecOf(4));
@@ -324,8 +368,9 @@ TEST_F(HostileValues, ARecordLeftMidChangeIsReportedOnceThenAnsweredAtOnce) {
 TEST_F(HostileValues, ListingsSkipAndReportDamagedRecords) {
    Scribbler fecs(base + ".fecs"), routes(base + ".routes");
    storeBytes(fecs.slotOf(fecOf(2)), viaAt(0) + kViaHopAf, {9});
-   storeBytes(routes.slotOf(Quarn::FibGen::prefixKey(Lumo::IpGenPrefix(neighbourOf(3), 24))),
-              kKey + 16, {200});
+   storeBytes(
+       routes.slotOf(Quarn::FibGen::prefixKey(Lumo::IpGenPrefix(neighbourOf(3), 24))),
+       kKey + 16, {200});
    int listed = 0;
    fwd->forEachFec([&](const Fec&) { ++listed; });
    EXPECT_EQ(listed, int(kRecords) - 1);

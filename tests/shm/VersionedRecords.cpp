@@ -24,9 +24,9 @@ Via viaOf(std::uint32_t version, std::uint32_t index) {
    const std::uint8_t hop[4] = {10, std::uint8_t(m >> 8), std::uint8_t(m >> 16),
                                 std::uint8_t(m >> 24)};
    auto checksum = static_cast<std::uint32_t>(m >> 32);
-   return Via(Lumo::IntfId::fromType(Lumo::GenericIntfId::ethernetTypeId, std::uint32_t(m) | 1),
-              version,
-              Lumo::IpGenAddr(Lumo::AddressFamily::ipv4_, hop), FecId(), checksum);
+   return Via(
+       Lumo::IntfId::fromType(Lumo::GenericIntfId::ethernetTypeId, std::uint32_t(m) | 1),
+       version, Lumo::IpGenAddr(Lumo::AddressFamily::ipv4_, hop), FecId(), checksum);
 }
 
 std::uint16_t checkOf(const Arp::Table::ArpKey& key, std::uint32_t version) {
