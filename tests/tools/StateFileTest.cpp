@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fmt/format.h>
 #include <fstream>
 #include <set>
@@ -613,6 +614,27 @@ TEST(StateFileHostile, BadBytesAreReportedWhereTheyAre) {
    EXPECT_NE(
        errorOf(std::string("vrfs: []\n\0", 10)).find("t.yaml:2:1: YAML syntax error"),
        std::string::npos);
+}
+
+// Files are read in pieces as the parser asks: a layout or state file holding a stray
+// comma or a bad byte past the first piece is reported just as the same text is.
+TEST(StateFileHostile, FilesReportLikeTheirText) {
+   const std::string path = ::testing::TempDir() + "state-file-hostile.yaml";
+   const std::string big = "vrfs:\n" + std::string(200000, '#') + "\n";
+   for (const std::string& text :
+        {std::string(","), big + ",a", big + "tables:\n  de\xff:\n"}) {
+      std::ofstream(path, std::ios::trunc) << text;
+      std::string fromFile;
+      try {
+         loadStateFile(path);
+      } catch (const StateError& e) {
+         fromFile = e.what();
+      }
+      std::string fromText = errorOf(text);
+      ASSERT_NE(fromText, "accepted");
+      EXPECT_EQ(fromFile, path + fromText.substr(fromText.find(':')));
+   }
+   std::remove(path.c_str());
 }
 
 TEST(StateFileHostile, DeepNestingIsRefusedNotRecursedInto) {
