@@ -164,7 +164,8 @@ void YamlEvents::fill() {
              current_.kind == EventKind::sequenceStart ||
              current_.kind == EventKind::mappingStart) {
             if (++aliasNodes_ > maxAliasNodes) {
-               fail(current_.pos,
+               // Named at the alias written in the document, whose expansion went over.
+               fail(replay_.front().at,
                     fmt::format("aliases expand the document by more than {} "
                                 "nodes; write the repeated parts out",
                                 maxAliasNodes));
