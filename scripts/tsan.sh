@@ -30,11 +30,22 @@ cmake --build "$dir" -j "$(nproc)" --target "${targets[@]}"
 
 mkdir -p "$dir/tmp"
 export VELT_TEST_TMP=$PWD/$dir/tmp
-export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 ${TSAN_OPTIONS:-}"
+# A data race ends the run with status 66, told apart from an ordinary test failure.
+export TSAN_OPTIONS="halt_on_error=1 exitcode=66 second_deadlock_stack=1 ${TSAN_OPTIONS:-}"
+# Death tests fork a threaded process, which the sanitizer does not support; the other
+# builds run them. These tests hold rate floors made for uninstrumented builds: here only
+# a race or a crash fails them.
+slow='TableListMap.ReaderRacingWriterSeesWholeRecords:TablePrefixMap.ReaderRacingWriterSeesOnlyAnswersTheTableHeldWithWideRoot'
 failed=()
 for t in "${targets[@]}"; do
    echo "== $t"
-   "$dir/${where[$t]}/$t" --gtest_brief=1 || failed+=("$t")
+   bin="$dir/${where[$t]}/$t"
+   "$bin" --gtest_brief=1 --gtest_filter="-*DeathTest*:$slow" || failed+=("$t")
+   if "$bin" --gtest_list_tests --gtest_filter="$slow" | grep -q '^ '; then
+      status=0
+      "$bin" --gtest_brief=1 --gtest_filter="$slow" || status=$?
+      if [ "$status" -gt 1 ]; then failed+=("$t"); fi
+   fi
 done
 if [ ${#failed[@]} -gt 0 ]; then
    echo "== ThreadSanitizer failures in: ${failed[*]}"
