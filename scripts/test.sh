@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is needed, then builds and runs the whole suite twice: a normal build and
-# a build under AddressSanitizer + UndefinedBehaviorSanitizer.
+# a clang build under AddressSanitizer + UndefinedBehaviorSanitizer, whose fuzz targets
+# then run for a minute each.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
@@ -17,6 +18,9 @@ run_suite() { # <build dir> <extra cmake args...>
 }
 
 run_suite build
-ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
-   run_suite build-sanitize -DVELT_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
+# One clang sanitized build serves the unit tests and the fuzz targets.
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1
+CC=clang CXX=clang++ run_suite build-sanitize -DVELT_SANITIZE=ON -DVELT_FUZZ=ON \
+   -DCMAKE_BUILD_TYPE=Debug
+VELT_FUZZ_BUILD=build-sanitize bash scripts/fuzz.sh 60
 echo "== all suites passed"
