@@ -231,6 +231,9 @@ TEST(KernelParseTest, WalkStopsAtTheBufferWhateverTheLengthsSay) {
    std::vector<std::uint8_t> claims = two;
    reinterpret_cast<nlmsghdr*>(claims.data())->nlmsg_len = 4096;
    EXPECT_THROW(typesIn(claims), NetlinkError);
+   // A length of 2^31 or more passes libmnl's signed check and once sent the walk far away.
+   reinterpret_cast<nlmsghdr*>(claims.data())->nlmsg_len = 0xffffff2c;
+   EXPECT_THROW(typesIn(claims), NetlinkError);
    try {
       typesIn(std::span(two).first(two.size() - 1));
       ADD_FAILURE() << "a cut message was walked";
