@@ -200,7 +200,7 @@ bool readFile(const std::string& path, std::vector<std::byte>& bytes, std::strin
    }
    std::vector<char> raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
    bytes.resize(raw.size());
-   std::memcpy(bytes.data(), raw.data(), raw.size());
+   if (!raw.empty()) std::memcpy(bytes.data(), raw.data(), raw.size()); // null when empty
    return true;
 }
 
