@@ -58,7 +58,7 @@ class Message {
    void append(const void* data, std::size_t len) {
       const std::size_t at = bytes_.size();
       bytes_.resize(at + RTA_ALIGN(len), 0);
-      std::memcpy(bytes_.data() + at, data, len);
+      if (len > 0) std::memcpy(bytes_.data() + at, data, len);
    }
    std::vector<std::uint8_t> bytes_;
 };
