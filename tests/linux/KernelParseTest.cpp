@@ -58,7 +58,7 @@ class Message {
    void append(const void* data, std::size_t len) {
       const std::size_t at = bytes_.size();
       bytes_.resize(at + RTA_ALIGN(len), 0);
-      std::memcpy(bytes_.data() + at, data, len);
+      if (len > 0) std::memcpy(bytes_.data() + at, data, len);
    }
    std::vector<std::uint8_t> bytes_;
 };
@@ -230,6 +230,9 @@ TEST(KernelParseTest, WalkStopsAtTheBufferWhateverTheLengthsSay) {
    // A message claiming more bytes than there are, or bytes too few for a header.
    std::vector<std::uint8_t> claims = two;
    reinterpret_cast<nlmsghdr*>(claims.data())->nlmsg_len = 4096;
+   EXPECT_THROW(typesIn(claims), NetlinkError);
+   // A length of 2^31 or more passes libmnl's signed check and once sent the walk far away.
+   reinterpret_cast<nlmsghdr*>(claims.data())->nlmsg_len = 0xffffff2c;
    EXPECT_THROW(typesIn(claims), NetlinkError);
    try {
       typesIn(std::span(two).first(two.size() - 1));

@@ -105,6 +105,10 @@ TEST(VeltToolTest, BadInputGivesClearErrorsAndExitCodes) {
    Outcome badTarget = run("resolve 10.0.0.300");
    EXPECT_EQ(badTarget.code, 1);
    EXPECT_NE(badTarget.out.find("\"10.0.0.300\""), std::string::npos) << badTarget.out;
+   // A FEC id beyond the adjacency types is refused as a state file refuses it, not aborted.
+   Outcome badFec = run("resolve 0x1e00000000000005");
+   EXPECT_EQ(badFec.code, 1);
+   EXPECT_NE(badFec.out.find("adjacency type 30 is above 28"), std::string::npos) << badFec.out;
    Outcome badVrf = run("resolve --vrf nosuch 10.0.0.1");
    EXPECT_EQ(badVrf.code, 1);
    EXPECT_NE(badVrf.out.find("nosuch"), std::string::npos) << badVrf.out;

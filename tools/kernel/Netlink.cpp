@@ -71,7 +71,11 @@ void forEachMessage(std::span<const std::uint8_t> buffer,
    if (buffer.size() > INT_MAX) throw NetlinkError("netlink answer larger than 2 GiB");
    int left = static_cast<int>(buffer.size());
    const auto* m = reinterpret_cast<const nlmsghdr*>(buffer.data());
-   for (; mnl_nlmsg_ok(m, left); m = mnl_nlmsg_next(m, &left)) onMessage(*m);
+   // mnl_nlmsg_ok compares the length as a signed int: one of 2^31 or more passes it.
+   for (; mnl_nlmsg_ok(m, left) && m->nlmsg_len <= static_cast<unsigned>(left);
+        m = mnl_nlmsg_next(m, &left)) {
+      onMessage(*m);
+   }
    if (left > 0) {
       throw NetlinkError(fmt::format(
           "netlink answer: {} bytes at offset {} are no whole message", left,

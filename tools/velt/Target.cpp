@@ -1,7 +1,11 @@
 #include "Target.h"
 
 #include "Kor/ValueText.h"
+#include "Lumo/FecIdIntfId.h"
 
+#include <fmt/format.h>
+
+#include <optional>
 #include <stdexcept>
 
 namespace Velt::Tool {
@@ -9,17 +13,36 @@ namespace Velt::Tool {
 namespace {
 
 template <typename T>
-bool tryParse(std::string_view text, T& out) {
+std::optional<T> parsed(std::string_view text) {
    try {
-      out = Kor::fromText<T>(text);
-      return true;
+      return Kor::fromText<T>(text);
    } catch (const std::exception&) {
-      return false;
+      return std::nullopt;
    }
 }
 
-bool isIp(std::string_view text, Lumo::IpGenAddr& out) {
-   return tryParse(text, out) && out != Lumo::IpGenAddr();
+[[noreturn]] void refuse(const std::string& text, const std::string& why) {
+   throw std::invalid_argument("target \"" + text + "\": " + why);
+}
+
+// The same rules as a FEC id in a state file.
+void checkFecId(const std::string& text, Quarn::Fib::FecId id) {
+   if (!id.isValid()) refuse(text, "0 stands for no FEC");
+   const std::uint64_t adjType = id.value() >> Quarn::Fib::adjTypePos();
+   if (adjType >= Quarn::Fib::adjTypeMax()) {
+      refuse(text, fmt::format("adjacency type {} is above {}", adjType,
+                               Quarn::Fib::adjTypeMax() - 1));
+   }
+}
+
+void checkInterface(const std::string& text, Lumo::IntfId intf) {
+   if (!Lumo::FecIdIntfId::isFecIdIntfId(intf)) return;
+   const std::uint32_t adjType = intf.number() >> Lumo::FecIdIntfId::indexBits;
+   if (adjType >= Quarn::Fib::adjTypeMax()) {
+      refuse(text, fmt::format("interface {} stands for a FEC of adjacency type {}, which is "
+                               "above {}",
+                               Kor::toText(intf), adjType, Quarn::Fib::adjTypeMax() - 1));
+   }
 }
 
 } // namespace
@@ -27,16 +50,29 @@ bool isIp(std::string_view text, Lumo::IpGenAddr& out) {
 Target parseTarget(const std::string& text) {
    Target t;
    t.text = text;
-   if (isIp(text, t.ip)) return t;
-   if (tryParse(text, t.fecId) && t.fecId != Quarn::Fib::FecId()) {
+   if (auto ip = parsed<Lumo::IpGenAddr>(text); ip && *ip != Lumo::IpGenAddr()) {
+      t.ip = *ip;
+      return t;
+   }
+   if (auto id = parsed<Quarn::Fib::FecId>(text)) {
+      checkFecId(text, *id);
       t.kind = Target::Kind::fecId;
+      t.fecId = *id;
       return t;
    }
    const auto at = text.find('@');
-   const std::string intfText = text.substr(0, at);
-   if (tryParse(intfText, t.intf) && t.intf.isValid() &&
-       (at == std::string::npos || isIp(std::string_view(text).substr(at + 1), t.ip))) {
+   if (auto intf = parsed<Lumo::IntfId>(std::string_view(text).substr(0, at));
+       intf && intf->isValid()) {
+      checkInterface(text, *intf);
       t.kind = Target::Kind::interface;
+      t.intf = *intf;
+      if (at == std::string::npos) return t;
+      const std::string neighbour = text.substr(at + 1);
+      auto ip = parsed<Lumo::IpGenAddr>(neighbour);
+      if (!ip || *ip == Lumo::IpGenAddr()) {
+         refuse(text, "neighbour '" + neighbour + "' is not an IPv4 or IPv6 address");
+      }
+      t.ip = *ip;
       return t;
    }
    throw std::invalid_argument(

@@ -19,7 +19,8 @@ struct Target {
    Pelin::Ptr<RoutingNexthop> nexthop(const NexthopConfig& config) const;
 };
 
-// Raises std::invalid_argument naming the text and the three accepted forms.
+// Checked as state files check the same values. Raises std::invalid_argument naming the
+// text and what is wrong: the three accepted forms when it is none of them.
 Target parseTarget(const std::string& text);
 
 } // namespace Velt::Tool
