@@ -77,9 +77,8 @@ if [ -x "$velt" ]; then
    for tool in velt velt-pcapgen velt-ringlog; do
       "$prefix/bin/$tool" --help >/dev/null || fail "$tool --help failed"
    done
-   # The shipped plugins' folder is named too until the loader's default search takes the
-   # installed layout (Plugin::Impl::pluginDirBeside).
-   export VELT_PLUGIN_PATH=$work/plugin/plugins:$prefix/$libdir/velt/plugins
+   # Only the example plugin is named: the shipped ones are found beside the installed library.
+   export VELT_PLUGIN_PATH=$work/plugin/plugins
    export VELT_NHR_PLUGINS=builtins,routeLookup,sinkhole
    "$velt" show | grep -q "Sinkhole" || fail "velt show does not list the Sinkhole step"
    "$velt" resolve --vrf tenant 192.0.2.10 | grep -qi "drop" ||

@@ -1,4 +1,5 @@
 #include "Plugin/Loader.h"
+#include "Plugin/DefaultPath.h"
 
 #include "Pelin/Assert.h"
 #include "Pelin/Exception.h"
@@ -162,7 +163,7 @@ std::string defaultPluginDir() {
    std::error_code ec;
    fs::path lib = fs::weakly_canonical(info.dli_fname, ec);
    if (ec) lib = info.dli_fname;
-   return (lib.parent_path() / "plugins").string();
+   return pluginDirBeside(lib.parent_path().string());
 }
 
 std::vector<std::string> searchPath(const std::string& path) {
