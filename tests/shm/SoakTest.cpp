@@ -186,9 +186,13 @@ TEST_F(ShmSoak, KilledAndRestartedWriterNeverTearsNorCrashesReaders) {
    ASSERT_EQ(replayed.status, 0) << replayed.out;
    const json summary = json::parse(replayed.out.substr(replayed.out.find('{')));
    unsigned tornPackets = 0;
-   for (const auto& [out, n] : summary["byOutput"].items()) {
-      if (out.find(':') != std::string::npos && !pairs_.count(out))
+   // A spine's MAC that no state gives it is a mix of two versions.
+   const std::set<std::string> spineMacs{"01", "02", "03", "04", "91", "92", "93", "94", "95"};
+   for (const auto& [out, n] : summary.at("outputs").items()) {
+      const auto at = out.find("02:5b:00:00:00:");
+      if (at != std::string::npos && !spineMacs.count(out.substr(at + 15, 2))) {
          tornPackets += n.get<unsigned>();
+      }
    }
    const long rssGrowth = rssKb.size() > 4 ? rssKb.back() - rssKb[rssKb.size() / 4] : 0;
    const std::string figures = fmt::format(
@@ -207,7 +211,7 @@ TEST_F(ShmSoak, KilledAndRestartedWriterNeverTearsNorCrashesReaders) {
    RecordProperty("figures", figures);
    EXPECT_EQ(f.crashes, 0u) << f.sample;
    EXPECT_EQ(f.torn, 0u) << f.sample;
-   EXPECT_EQ(tornPackets, 0u) << summary["byOutput"].dump();
+   EXPECT_EQ(tornPackets, 0u) << summary.at("outputs").dump();
    EXPECT_GT(kills, 3u);
    EXPECT_GT(f.decisions, 100u);
    EXPECT_GT(summary.value("packets", 0u), 1000u);
