@@ -1,12 +1,14 @@
 // A ring-trace file: either the input itself, or (more often, as it reaches deeper) a valid
 // file written here once, with records of every argument kind, whose bytes the input
-// overwrites. Either way it is read as `velt ringlog` reads it.
+// overwrites. Either way it is decoded and printed as `velt ringlog` does, from memory.
 #include "FuzzInput.h"
 
 #include "Lumo/IpGenAddr.h"
 #include "Ringlog/Layout.h"
 #include "Ringlog/Ringlog.h"
 
+#include <span>
+#include <sstream>
 #include <string>
 
 namespace Fuzz {
@@ -33,17 +35,19 @@ std::vector<std::uint8_t> validRing() {
 
 void ringlog(Input in) {
    static const std::vector<std::uint8_t> valid = validRing();
-   const std::string path = scratchDir() + "/fuzz.ring";
+   std::vector<std::uint8_t> file;
    if (!in.empty() && in[0] == 'R') {
-      writeFile(path, in.subspan(1));
+      file.assign(in.begin() + 1, in.end());
    } else {
-      std::vector<std::uint8_t> file = valid;
+      file = valid;
       overlay(file, in);
-      writeFile(path, file);
    }
    Ringlog::Contents contents;
    std::string error;
-   Ringlog::read(path, contents, error);
+   if (Ringlog::decode(std::as_bytes(std::span(file)), contents, error)) {
+      std::ostringstream text;
+      Ringlog::print(contents, text);
+   }
 }
 
 } // namespace Fuzz

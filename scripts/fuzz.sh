@@ -3,7 +3,8 @@
 # of scripts/test.sh uses, and runs each for the given seconds (default 60), as many at once
 # as there are cores. A crash, sanitizer report, timeout or out-of-memory fails the script;
 # the input that caused it is left in <build>/fuzz-findings/<target>/ and the log beside it.
-# Usage: scripts/fuzz.sh [seconds]   (VELT_FUZZ_BUILD picks the build folder)
+# Usage: scripts/fuzz.sh [seconds]   (VELT_FUZZ_BUILD picks the build folder,
+# VELT_FUZZ_SEED the seed: 1 unless set, 0 for a fresh one)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
@@ -19,7 +20,10 @@ cmake --build "$dir" -j "$jobs" --target "${targets[@]/#/fuzz-}"
 fuzz_one() { # <target>
    local t=$1 work="$dir/fuzz-work/$1" findings="$dir/fuzz-findings/$1"
    mkdir -p "$work" "$findings"
+   # A fixed seed by default, so that a finding in CI replays the same way; VELT_FUZZ_SEED=0
+   # explores afresh.
    local args=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048
+               -seed="${VELT_FUZZ_SEED:-1}"
                -artifact_prefix="$findings/" -print_final_stats=1)
    [ -e "fuzz/$t.dict" ] && args+=(-dict="fuzz/$t.dict")
    local corpora=("$work" "fuzz/$t/corpus")
