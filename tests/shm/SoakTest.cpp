@@ -194,7 +194,7 @@ TEST_F(ShmSoak, KilledAndRestartedWriterNeverTearsNorCrashesReaders) {
          tornPackets += n.get<unsigned>();
       }
    }
-   const long rssGrowth = rssKb.size() > 4 ? rssKb.back() - rssKb[rssKb.size() / 4] : 0;
+   [[maybe_unused]] const long rssGrowth = rssKb.size() > 4 ? rssKb.back() - rssKb[rssKb.size() / 4] : 0;
    const std::string figures = fmt::format(
        "{:.0f} s: writer killed {} times; {} reader processes, {} decisions checked, {} "
        "torn, "
