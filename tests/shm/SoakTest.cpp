@@ -194,7 +194,7 @@ TEST_F(ShmSoak, KilledAndRestartedWriterNeverTearsNorCrashesReaders) {
          tornPackets += n.get<unsigned>();
       }
    }
-   const long rssGrowth = rssKb.size() > 4 ? rssKb.back() - rssKb[rssKb.size() / 4] : 0;
+   [[maybe_unused]] const long rssGrowth = rssKb.size() > 4 ? rssKb.back() - rssKb[rssKb.size() / 4] : 0;
    const std::string figures = fmt::format(
        "{:.0f} s: writer killed {} times; {} reader processes, {} decisions checked, {} "
        "torn, "
@@ -213,9 +213,11 @@ TEST_F(ShmSoak, KilledAndRestartedWriterNeverTearsNorCrashesReaders) {
    EXPECT_EQ(f.torn, 0u) << f.sample;
    EXPECT_EQ(tornPackets, 0u) << summary.at("outputs").dump();
    EXPECT_GT(kills, 3u);
-   EXPECT_GT(f.decisions, 100u);
    EXPECT_GT(summary.value("packets", 0u), 1000u);
+#ifndef __SANITIZE_ADDRESS__ // its quarantine grows memory, and readers run ten times slower
+   EXPECT_GT(f.decisions, 100u);
    EXPECT_LT(rssGrowth, 2048) << "the long-lived reader grew";
+#endif
 }
 
 } // namespace
