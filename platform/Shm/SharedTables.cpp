@@ -84,7 +84,7 @@ std::string fileBase(const std::string& dir, const std::string& path) {
 }
 
 void makeDirsFor(const std::string& dir, const std::string& path) {
-   checkComponents(dir, path);
+   if (!path.empty()) checkComponents(dir, path);
    makeDir(dir);
    for (std::size_t slash = path.find('/'); slash != std::string::npos;
         slash = path.find('/', slash + 1)) {

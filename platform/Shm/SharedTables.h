@@ -20,9 +20,10 @@ std::string tableDir(const std::string& sysName);
 // breaks the rule for names (Wexa/Paths.h) raises Pelin::Exception naming it.
 std::string fileBase(const std::string& dir, const std::string& path);
 
-// Makes the owner-only directories the files of `path` go in. Raises Pelin::Exception
-// naming the directory that could not be made, a component of `path` that breaks the rule
-// for names, or a directory that resolves to somewhere outside `dir`.
+// Makes the owner-only directories the files of `path` go in (with an empty `path`, only
+// `dir` itself). Raises Pelin::Exception naming the directory that could not be made, a
+// component of `path` that breaks the rule for names, or a directory that resolves to
+// somewhere outside `dir`.
 void makeDirsFor(const std::string& dir, const std::string& path);
 
 // Whether the files of the table at `path` exist under `dir`.

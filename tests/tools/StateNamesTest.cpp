@@ -3,6 +3,7 @@
 // writer; and whatever a name holds, the writer makes nothing outside its folder.
 #include "Pelin/Exception.h"
 #include "Shm/SharedTables.h"
+#include "Shm/TableSet.h"
 #include "Wexa/EntityManager.h"
 #include "Wexa/Paths.h"
 #include "kernel/ImportState.h"
@@ -182,7 +183,7 @@ TEST_F(WriterNames, HostileNamesAreRefusedAndMakeNothingOutside) {
    for (const std::string& name : hostileNames)
       EXPECT_FALSE(write(name)) << Wexa::Paths::shownName(name);
    EXPECT_TRUE(write("red"));
-   EXPECT_TRUE(fs::exists(folder / "forwardingGen/red/rib.fecs"));
+   EXPECT_TRUE(fs::exists(folder / Shm::currentLinkName / "forwardingGen/red/rib.fecs"));
 }
 
 TEST_F(WriterNames, RandomNamesAreWrittenExactlyWhenTheRuleAllowsThem) {
@@ -199,13 +200,13 @@ TEST_F(WriterNames, RandomNamesAreWrittenExactlyWhenTheRuleAllowsThem) {
    }
 }
 
+// Each writer makes a fresh set folder, so the guard is shown on the folder maker itself.
 TEST_F(WriterNames, ALinkInsideTheFolderDoesNotLeadTheWriterOut) {
    fs::create_directories(folder);
    fs::create_directory_symlink(base / "outside", folder / "forwardingGen");
    try {
-      createSharedTables(stateNamed("red"), folder.string(),
-                         capacityFor({stateNamed("red")}));
-      ADD_FAILURE() << "wrote through the link";
+      Shm::makeDirsFor(folder.string(), "forwardingGen/red/rib");
+      ADD_FAILURE() << "made folders through the link";
    } catch (const Pelin::Exception& e) {
       EXPECT_THAT(e.what(), HasSubstr("leads outside it"));
    }
