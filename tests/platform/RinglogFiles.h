@@ -8,13 +8,15 @@
 #include <iterator>
 #include <span>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace RinglogFiles {
 
+// Per process: ctest runs the tests of one binary side by side.
 inline std::string tmpPath(const std::string& name) {
    const char* dir = std::getenv("VELT_TEST_TMP");
-   return std::string(dir ? dir : "/tmp") + "/" + name;
+   return std::string(dir ? dir : "/tmp") + "/" + std::to_string(::getpid()) + "-" + name;
 }
 
 inline std::vector<char> load(const std::string& path) {

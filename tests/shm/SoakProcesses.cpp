@@ -42,9 +42,18 @@ void Child::kill() {
    reaped_ = true;
 }
 
-Outcome Child::wait() {
+Outcome Child::wait(std::chrono::seconds limit) {
+   const auto until = std::chrono::steady_clock::now() + limit;
    int status = 0;
-   ::waitpid(pid, &status, 0);
+   // A process that never ends is a finding, not a reason for the test to hang.
+   while (::waitpid(pid, &status, WNOHANG) == 0) {
+      if (std::chrono::steady_clock::now() >= until) {
+         ::kill(pid, SIGKILL);
+         ::waitpid(pid, &status, 0);
+         break;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+   }
    reaped_ = true;
    return outcome(status, out_);
 }

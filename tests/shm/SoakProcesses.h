@@ -24,7 +24,8 @@ class Child {
    ~Child();
 
    void kill(); // SIGKILL, then reaped
-   Outcome wait();
+   // Waits at most `limit`, then kills it (the outcome then names SIGKILL).
+   Outcome wait(std::chrono::seconds limit = std::chrono::seconds(60));
 
    pid_t pid;
 
