@@ -71,11 +71,11 @@ void NhrRegistrations::restore(const NhrPluginContext& c) const {
           [r](const auto& x) { r->dstIpResolverDel(x->addressFamily()); },
           [r](const auto& x) { r->dstIpResolverIs(x); });
    }
-   for (auto [steps, before] :
-        {std::pair{c.resolverSteps().get(), &resolverSteps_},
-         std::pair{c.noIpRouteFallbackSteps().get(), &fallbackSteps_}}) {
+   for (const auto& list : {std::pair{c.resolverSteps().get(), &resolverSteps_},
+                            std::pair{c.noIpRouteFallbackSteps().get(), &fallbackSteps_}}) {
+      GenericPipelineSteps* steps = list.first; // a plain name: lambdas capture it
       putBack(
-          steps, *before, [steps](const auto& x) { steps->stepDel(x->name()); },
+          steps, *list.second, [steps](const auto& x) { steps->stepDel(x->name()); },
           [steps](const auto& x) { steps->stepIs(x); });
    }
    if (IntfSuitabilityHelper* h = c.intfSuitabilityHelper().get()) {
