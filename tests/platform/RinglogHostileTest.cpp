@@ -74,7 +74,8 @@ TEST_F(RinglogHostileTest, EmptyAndShortFilesAreNotRingFiles) {
    save(path_, bytes_, 0);
    EXPECT_FALSE(Ringlog::read(path_, c, error));
    EXPECT_EQ(error, "file too short for a ring trace header");
-   EXPECT_FALSE(Ringlog::read(tmpPath(""), c, error));
+   const char* folder = std::getenv("VELT_TEST_TMP");
+   EXPECT_FALSE(Ringlog::read(folder ? folder : "/tmp", c, error));
    EXPECT_EQ(error, "not a regular file");
 }
 

@@ -1,4 +1,5 @@
 // The plugin base's start-up sequence over the state database, and the plugin table.
+#include "StartupFixture.h"
 #include "Pelin/Exception.h"
 #include "Ringlog/Ringlog.h"
 #include "Trace/Trace.h"
@@ -45,7 +46,7 @@ class NhrPlugin : public ::testing::Test {
       return Pelin::make<RecordingPlugin>(name, Pelin::Ptr<Velt::NhrPluginContext>());
    }
    std::vector<std::string> lines() const {
-      std::vector<std::string> out = capture.lines();
+      std::vector<std::string> out = VeltTest::signaturesAsOne(capture.lines());
       capture.clear();
       return out;
    }
@@ -81,7 +82,7 @@ TEST_F(NhrPlugin, LoadedProfileIsMountedBeforeSetUpOnTheEventLoop) {
    std::vector<std::string> texts;
    for (const auto& l : contents.lines)
       texts.push_back(l.text);
-   EXPECT_THAT(texts,
+   EXPECT_THAT(VeltTest::signaturesAsOne(texts),
                ElementsAre("doMountProfile Foo: Loading mount profile Velt-NhrPlugin-Foo",
                            std::string("doMountsComplete Foo ") + kMountsComplete,
                            std::string("completePluginInit Foo ") + kCompleteInit));

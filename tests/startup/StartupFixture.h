@@ -22,6 +22,16 @@ inline std::string pluginDir() {
    return VELT_TEST_PLUGIN_DIR;
 }
 
+// Trace lines that name a function, with its signature spelled one way whichever compiler
+// wrote it ("Ptr<T> &" and "Ptr<T>&" alike).
+inline std::vector<std::string> signaturesAsOne(std::vector<std::string> lines) {
+   for (std::string& l : lines) {
+      for (std::size_t at = l.find(" &"); at != std::string::npos; at = l.find(" &", at))
+         l.erase(at, 1);
+   }
+   return lines;
+}
+
 // The names of the attributes a node publishes changes of, in order.
 class AttrLog : public Kor::Notifiee {
  public:
