@@ -1,5 +1,6 @@
 // The state file: the example leaf loads, builds and resolves as its comment says; every
 // kind of bad file is reported at the right place; a written state reads back the same.
+#include "StateErrors.h"
 #include "../resolution/ResolutionTestUtil.h"
 #include "Quarn/Fec.h"
 #include "VeltLib/ArpHelper.h"
@@ -585,15 +586,7 @@ TEST(StateTables, CapacityHoldsWideFecsAndManyRoutes) {
 
 // ---- hostile text ----
 
-// The reader's error for `text`, or "accepted".
-std::string errorOf(const std::string& text) {
-   try {
-      parseState(text, "t.yaml");
-   } catch (const StateError& e) {
-      return e.what();
-   }
-   return "accepted";
-}
+using StateErrors::errorOf;
 
 TEST(StateFileHostile, StrayCommasAreSyntaxErrorsNotHangs) {
    for (const char* text : {",", ",a", "- a\n,", "vrfs: [,]\n", "{,}", "\t,"}) {

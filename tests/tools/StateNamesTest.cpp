@@ -1,6 +1,7 @@
 // Names that become paths (VRF and table names) follow one rule wherever they enter:
 // state files, the Linux import's options, the state database and the shared-table
 // writer; and whatever a name holds, the writer makes nothing outside its folder.
+#include "StateErrors.h"
 #include "Pelin/Exception.h"
 #include "Shm/SharedTables.h"
 #include "Shm/TableSet.h"
@@ -58,14 +59,7 @@ TEST(NameRule, RefusesWhatCannotBeOnePathComponent) {
    EXPECT_EQ(Wexa::Paths::shownName(std::string("a\0'\xc3", 4)), "'a\\x00\\x27\\xc3'");
 }
 
-std::string errorOf(const std::string& text) {
-   try {
-      parseState(text, "t.yaml");
-   } catch (const StateError& e) {
-      return e.what();
-   }
-   return "accepted";
-}
+using StateErrors::errorOf;
 
 TEST(NameRule, StateFilesNameTheTableWhereItIsWritten) {
    auto file = [](const std::string& quotedName) {
